@@ -1,0 +1,72 @@
+#include "dbase/TDataSource.h"
+
+TDataSource::TDataSource(QObject* owner) : QAbstractTableModel(owner) {}
+
+void TDataSource::SetDataSet(TTable* table) {
+  if (table == table_) return;
+  disconnect(changedConnection_);
+  disconnect(movedConnection_);
+  table_ = table;
+  if (table_) {
+    changedConnection_ = connect(table_, &TTable::dataSetChanged, this, &TDataSource::reset);
+    movedConnection_ = connect(table_, &TTable::currentChanged, this, &TDataSource::followCursor);
+  }
+  reset();
+}
+
+void TDataSource::SetColumns(const QStringList& fieldNames, const QStringList& titles) {
+  beginResetModel();
+  columns_ = fieldNames;
+  titles_ = titles;
+  cachedRow_ = -1;
+  endResetModel();
+}
+
+std::vector<TField*> TDataSource::columnFields() const {
+  std::vector<TField*> fields;
+  if (!table_ || !table_->Active()) return fields;
+  const QStringList names = columns_.isEmpty() ? table_->FieldNames() : columns_;
+  for (const QString& name : names) fields.push_back(table_->FieldByName(name));
+  return fields;
+}
+
+void TDataSource::reset() {
+  beginResetModel();
+  rows_ = (table_ && table_->Active()) ? table_->RecordCount() : 0;
+  cachedRow_ = -1;
+  endResetModel();
+  followCursor();
+}
+
+void TDataSource::followCursor() {
+  int row = (table_ && table_->Active()) ? table_->CurrentIndex() : -1;
+  if (row == currentRow_) return;
+  currentRow_ = row;
+  emit currentRowChanged(row);
+}
+
+int TDataSource::rowCount(const QModelIndex& parent) const { return parent.isValid() ? 0 : rows_; }
+
+int TDataSource::columnCount(const QModelIndex& parent) const {
+  if (parent.isValid()) return 0;
+  if (!columns_.isEmpty()) return int(columns_.size());
+  return table_ && table_->Active() ? int(table_->FieldNames().size()) : 0;
+}
+
+QVariant TDataSource::data(const QModelIndex& index, int role) const {
+  if (role != Qt::DisplayRole || !index.isValid() || !table_ || !table_->Active()) return {};
+  if (index.row() >= rows_) return {};
+  if (cachedRow_ != index.row()) {
+    cachedValues_ = table_->RowValues(index.row(), columnFields());
+    cachedRow_ = index.row();
+  }
+  return index.column() < cachedValues_.size() ? QVariant(cachedValues_[index.column()]) : QVariant();
+}
+
+QVariant TDataSource::headerData(int section, Qt::Orientation orientation, int role) const {
+  if (role != Qt::DisplayRole || orientation != Qt::Horizontal) return QAbstractTableModel::headerData(section, orientation, role);
+  if (section < titles_.size() && !titles_[section].isEmpty()) return titles_[section];
+  if (section < columns_.size()) return columns_[section];
+  auto fields = columnFields();
+  return section < int(fields.size()) ? QVariant(fields[size_t(section)]->FieldName()) : QVariant();
+}

@@ -1,0 +1,99 @@
+// A cursor: one position in one view of a table, the view being the live
+// rows in an order (physical, or an index tag) restricted by a filter.
+//
+// Cursor states (VCL semantics, which the callers rely on):
+//   state            after                       recno()   eof()  bof()
+//   empty view       any move                    0         true   true
+//   on a row         seek, gotoRecno, next/prior  the row   false  false
+//   at the start     first()                     1st row   false  true
+//   at the end       last(), next() on the last   last row  true   false
+//                    row (the cursor stays on it)
+//   before start     prior() on the first row     1st row   false  true
+// A filtered view is materialised once per change of order, filter or rows
+// (appends only extend it), so walking it never rescans the file.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "dbase/core/filter.h"
+
+namespace dbase {
+
+class DbfFile;
+class IndexTag;
+
+class Cursor {
+ public:
+  explicit Cursor(std::shared_ptr<DbfFile> file);
+  ~Cursor();
+
+  DbfFile& file() const { return *file_; }
+  const std::shared_ptr<DbfFile>& sharedFile() const { return file_; }
+
+  // Order by these fields (indexes into file().fields()); empty = physical.
+  void setOrder(const std::vector<int>& fields);
+  const std::vector<int>& order() const { return order_; }
+  // Installs a filter (see filter.h); an empty text removes it. Throws
+  // dbase::Error for a bad text and leaves the previous filter in force.
+  void setFilter(const std::string& text);
+  const std::string& filterText() const { return filterText_; }
+
+  void first();
+  void last();
+  void next();
+  void prior();
+  bool eof() const { return eof_; }
+  bool bof() const { return bof_; }
+  bool empty();
+  size_t count();
+
+  // The current row: record number (0 when none) and bytes.
+  uint32_t recno();
+  const char* record();
+  size_t position();  // of the current row in the view
+  uint32_t recnoAt(size_t index);
+
+  // Moves to this row when the view holds it; otherwise stays and returns false.
+  bool gotoRecno(uint32_t recno);
+  // Search on the current order (see table.h for the semantics).
+  bool seek(const std::vector<std::string>& values, bool exact);
+
+  // Re-reads the file if another program changed it and re-finds the row.
+  void refresh();
+
+ private:
+  void revalidate();
+  void rebuildView();
+  void extendView();
+  bool passes(uint32_t recno) const;
+  size_t viewSize();
+  uint32_t viewRecno(size_t index);
+  size_t viewIndexOf(uint32_t recno);
+  size_t viewLowerBound(const std::string& key);
+  void moveTo(size_t index);
+
+  std::shared_ptr<DbfFile> file_;
+  std::vector<int> order_;
+  IndexTag* tag_ = nullptr;
+  std::string filterText_;
+  std::optional<CompiledFilter> filter_;
+
+  // Materialised view (when filtered, or physical order with deleted rows).
+  bool materialised_ = false;
+  std::vector<uint32_t> list_;
+  uint64_t viewGeneration_ = 0;
+  uint64_t viewRewriteGeneration_ = 0;
+  uint32_t viewFileCount_ = 0;
+
+  uint32_t recno_ = 0;
+  size_t index_ = 0;
+  uint64_t positionGeneration_ = 0;
+  bool eof_ = true;
+  bool bof_ = true;
+};
+
+}  // namespace dbase

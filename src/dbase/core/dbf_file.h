@@ -1,0 +1,131 @@
+// One dBase table file, shared by every cursor of the process that opens it.
+//
+// The rows live in memory (the reference tables are tens of megabytes at
+// most) and every change is written through to the file at once, so cursors
+// over the same file see each other's appends immediately and other programs
+// see whole rows. Invariants:
+//   (1) A row is written whole (with the end-of-file byte after it) before the
+//       header's record count says it exists. A crash between the two leaves a
+//       whole row that the next open counts, or no row at all.
+//   (2) The count read from a header that disagrees with the file length is the
+//       number of complete rows in the file; the disagreement is reported in
+//       warnings(), never read as a partial row.
+//   (3) generation() changes whenever a row changes; rewriteGeneration() only
+//       when rows change in place or the file is re-read, so a view that saw
+//       the same rewriteGeneration only needs to look at appended rows.
+// Another process's changes are noticed by syncWithDisk() (file size, time
+// and inode), which cursors call before searches and walks from the start.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "dbase/core/dbf_format.h"
+
+namespace dbase {
+
+class CodePage;
+class Collation;
+class IndexTag;
+
+struct FieldSpec {
+  std::string name;
+  FieldType type = FieldType::Character;
+  uint32_t length = 0;
+  uint32_t decimals = 0;
+};
+
+class DbfFile {
+ public:
+  // Opens (or returns the already open) table at path, matched
+  // case-insensitively on disk. Opened for writing when the file allows it.
+  static std::shared_ptr<DbfFile> open(const std::string& path);
+  // Writes a new empty dBase III/IV table (version 0x03) and opens it.
+  // Fails when the file exists, unless overwrite is set.
+  static std::shared_ptr<DbfFile> create(const std::string& path, const std::vector<FieldSpec>& fields,
+                                         uint8_t languageDriver, bool overwrite = false);
+  ~DbfFile();
+  DbfFile(const DbfFile&) = delete;
+  DbfFile& operator=(const DbfFile&) = delete;
+
+  const std::string& path() const { return path_; }
+  const std::string& name() const { return name_; }  // file name, for messages
+  uint8_t version() const { return version_; }
+  uint8_t languageDriver() const { return languageDriver_; }
+  const CodePage& codePage() const { return *codePage_; }
+  const Collation& collation() const { return *collation_; }
+  bool hasProductionMdx() const { return productionMdx_; }
+  bool writable() const { return writable_; }
+  // Last update as stored: years since 1900, month, day.
+  void lastUpdate(int& year, int& month, int& day) const;
+
+  const std::vector<FieldDescriptor>& fields() const { return fields_; }
+  int fieldIndex(std::string_view name) const;  // case-insensitive; -1 if absent
+  const FieldDescriptor& field(std::string_view name) const;  // throws if absent
+  uint32_t recordLength() const { return recordLength_; }
+
+  uint32_t recordCount() const { return count_; }  // deleted rows included
+  uint32_t deletedCount() const { return deleted_; }
+  // recno is 1-based and must be in [1, recordCount()].
+  const char* record(uint32_t recno) const { return rows_.data() + size_t(recno - 1) * recordLength_; }
+  bool isDeleted(uint32_t recno) const { return record(recno)[0] == kDeletedFlag; }
+  const std::vector<std::string>& warnings() const { return warnings_; }
+
+  // A live row with every field blank.
+  std::string blankRecord() const;
+  // Writers: throw dbase::Error when the file cannot take the row.
+  uint32_t append(std::string_view record);
+  // Appends whole rows (recordLength() bytes each) with one write and one
+  // header update: bulk loads. Returns the number of the first new row.
+  uint32_t appendMany(std::string_view records);
+  void update(uint32_t recno, std::string_view record);
+
+  uint64_t generation() const { return generation_; }
+  uint64_t rewriteGeneration() const { return rewriteGeneration_; }
+  void syncWithDisk();
+
+  // The tag ordering rows by these fields, built on first use and kept right
+  // on every append and update.
+  IndexTag& tag(const std::vector<int>& fieldIndexes);
+
+ private:
+  DbfFile() = default;
+  void load();
+  void parseHeader(const unsigned char* header, size_t available, uint64_t fileSize);
+  void checkWritable() const;
+  void writeAt(uint64_t offset, const void* data, size_t size);
+  void writeHeaderCountAndDate();
+  void rememberDiskState();
+
+  std::string path_;
+  std::string name_;
+  int fd_ = -1;
+  bool writable_ = false;
+  uint8_t version_ = 0x03;
+  uint8_t languageDriver_ = 0;
+  bool productionMdx_ = false;
+  unsigned char date_[3] = {0, 1, 1};
+  const CodePage* codePage_ = nullptr;
+  const Collation* collation_ = nullptr;
+  std::vector<FieldDescriptor> fields_;
+  uint32_t headerLength_ = 0;
+  uint32_t recordLength_ = 0;
+  uint32_t count_ = 0;
+  uint32_t deleted_ = 0;
+  std::vector<char> rows_;
+  std::vector<std::string> warnings_;
+  uint64_t generation_ = 1;
+  uint64_t rewriteGeneration_ = 1;
+  // What the file looked like after our last read or write.
+  uint64_t diskSize_ = 0;
+  int64_t diskTimeNs_ = 0;
+  uint64_t diskInode_ = 0;
+  bool ownWritesSinceStat_ = false;
+  std::map<std::vector<int>, std::unique_ptr<IndexTag>> tags_;
+};
+
+}  // namespace dbase
