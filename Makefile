@@ -1,5 +1,5 @@
 # The two commands of the README, and the benchmarks.
-#   make run    bootstrap, build, and show the sample data through the command line
+#   make run    bootstrap, build, and list one province's municipalities of the sample data
 #   make test   bootstrap, build with AddressSanitizer and UBSan, run ctest
 #   make bench  bootstrap, build optimised, generate the national data set, run bench/
 JOBS ?= $(shell nproc)
@@ -11,15 +11,11 @@ PROVINCIA ?= 08
 bootstrap:
 	@scripts/bootstrap
 
-$(BUILD)/release/bin/codpostales: bootstrap
-	cmake -S . -B $(BUILD)/release -G Ninja -DCMAKE_BUILD_TYPE=Release -DCODPOSTALES_TESTS=OFF
-	cmake --build $(BUILD)/release -j $(JOBS)
-
 run: bootstrap
 	cmake -S . -B $(BUILD)/release -G Ninja -DCMAKE_BUILD_TYPE=Release -DCODPOSTALES_TESTS=OFF
 	cmake --build $(BUILD)/release -j $(JOBS)
 	$(BUILD)/release/bin/codpostales tabla data/muestra/MUNICIPI.DBF --orden NOMBRE \
-	  --filtro "COD_PROV='$(PROVINCIA)'" --campos COD_INE,CODPOSTAL,NOMBRE,ENT_MENOR
+	  --filtro "COD_PROV='$(PROVINCIA)' AND ENT_MENOR='F'" --campos COD_INE,CODPOSTAL,NOMBRE
 
 test: bootstrap
 	cmake -S . -B $(BUILD)/test -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCODPOSTALES_SANITIZE=ON
