@@ -129,6 +129,8 @@ QStringList TTable::IndexFields() const {
 }
 
 void TTable::SetIndexName(const QString& name) {
+  // Choosing the tag in force again changes nothing, the position included.
+  if (name.compare(indexName_, Qt::CaseInsensitive) == 0) return;
   if (!name.isEmpty()) {
     bool known = false;
     for (const auto& def : indexDefs_) known = known || def.name.compare(name, Qt::CaseInsensitive) == 0;

@@ -1,0 +1,192 @@
+// TClaseCodPostales: the address look-up controller a host screen creates to
+// turn its own controls (country, province, locality with its results grid,
+// street with its grid, number, postcode, INE code, street type) into an
+// address-entry assistant. It owns its reference tables (TDMCodPostales) and
+// two timers; the host owns the controls, which are never freed here.
+//
+// The implementation is split by concern:
+//   ClaseCodPostales.cpp          construction, binding, focus, timers
+//   ClaseCodPostalesTablas.cpp    opening, closing and filtering the tables
+//   ClaseCodPostalesListas.cpp    the country, province and street-type lists
+//   ClaseCodPostalesLocalidad.cpp the locality search and its handlers
+//   ClaseCodPostalesDomicilio.cpp the street and number search and handlers
+//   ClaseCodPostalesCarga.cpp     writing an address into the controls
+//
+// Every control may be absent (null). Engine errors are not caught: they
+// reach the host.
+#pragma once
+
+#include <QObject>
+#include <QPointer>
+#include <QString>
+#include <memory>
+#include <stdexcept>
+
+class QComboBox;
+class QLineEdit;
+class QTableView;
+class QTimer;
+class QWidget;
+class TDataSource;
+class TDMCodPostales;
+class TEventosControles;
+class TLMDMessageHint;
+
+class TClaseCodPostales {
+ public:
+  // Without controls: searches only (the dialogs use it). Opens the tables.
+  TClaseCodPostales(QObject* AOwner, const QString& psAlias, bool pbPostales, const QString& psDefectoCodINE);
+  // Bound to the host's controls, with a default address to show.
+  TClaseCodPostales(QObject* AOwner, const QString& psAlias, bool pbPostales, QWidget* poadvPBotones,
+                    QComboBox* poadvCBProvincia, QLineEdit* poadvELocalidad, QTableView* poDBGLocalidad,
+                    QLineEdit* poadvEDomicilio, QTableView* poDBGDomicilio, QLineEdit* poadvENumero,
+                    QLineEdit* poadvECodPostal, QLineEdit* poadvECodINE, QComboBox* poadvCBTipoVia,
+                    QComboBox* poadvCBPais, QWidget* poControlSiguienteAlDBGLocalidad,
+                    QWidget* poControlSiguienteAlDBGDomicilio, const QString& psDefectoCodProvincia,
+                    const QString& psDefectoLocalidad, const QString& psDefectoCodINE,
+                    const QString& psDefectoCodPostal);
+  // DestroyClassCodPostal: stops the timers, closes the tables.
+  ~TClaseCodPostales();
+  TClaseCodPostales(const TClaseCodPostales&) = delete;
+  TClaseCodPostales& operator=(const TClaseCodPostales&) = delete;
+
+  // Binds (or binds again) to a set of controls.
+  void Carga(QWidget* poadvPBotones, QComboBox* poadvCBProvincia, QLineEdit* poadvELocalidad,
+             QTableView* poDBGLocalidad, QLineEdit* poadvEDomicilio, QTableView* poDBGDomicilio,
+             QLineEdit* poadvENumero, QLineEdit* poadvECodPostal, QLineEdit* poadvECodINE,
+             QComboBox* poadvCBTipoVia, QComboBox* poadvCBPais, QWidget* poControlSiguienteAlDBGLocalidad,
+             QWidget* poControlSiguienteAlDBGDomicilio, TLMDMessageHint* poLMDMHProvincias,
+             const QString& psDefectoCodProvincia, const QString& psDefectoLocalidad,
+             const QString& psDefectoCodINE, const QString& psDefectoCodPostal);
+
+  // Shared focus handlers and the balloon's timer.
+  void TomaFoco(QObject* Sender);
+  void DejaFoco(QObject* Sender);
+  void TMensajesTimer(QObject* Sender);
+
+  // Tables.
+  void AbreTablas();
+  void CierraTablas();
+  void ActualizaTablaPostal(const QString& psCodIne);
+  void FiltraProvincias(const QString& psCodPais);
+  void FiltraLocalidades(const QString& psCodProv);
+  bool FiltraVias(const QString& psCodIne, const QString& psNombre);
+  bool FiltraVias(const QString& psCodIne);
+
+  // Country, province and street-type lists. A null combo means the
+  // controller's own.
+  void CargaPaises(QComboBox* poadvPaises = nullptr);
+  void CargaProvincias(QComboBox* poadvProvincias = nullptr);
+  void CargaTiposVia(QComboBox* poadvTipo_Vias = nullptr);
+  void DescargaPaises(QComboBox* poadvPaises = nullptr);
+  void DescargaProvincias(QComboBox* poadvProvincias = nullptr);
+  bool BuscaPaisPorCodigo(const QString& psCodPais, bool pbExacto);
+  bool BuscaPaisPorNombre(const QString& psPais, bool pbExacto);
+  bool BuscaProvinciaPorCodigo(const QString& psCodProv, bool pbExacto);
+  bool BuscaProvinciaPorNombre(const QString& psProvincia, bool pbExacto);
+  int BuscaEnPaisPorCodigo(const QString& psCodPais, QComboBox* poadvPaises = nullptr);
+  // Walks one item past the end when nothing matches, as the host's list
+  // did: that ends in EListError.
+  int BuscaEnPaisPorNombre(const QString& psPais, QComboBox* poadvPaises = nullptr);
+  int BuscaEnProvinciaPorCodigo(const QString& psCodProv, QComboBox* poadvProvincias = nullptr,
+                                QComboBox* poadvPaises = nullptr);
+  int BuscaEnProvinciaPorNombre(const QString& psProvincia, QComboBox* poadvProvincias = nullptr);
+  int BuscaEnTipoViaPorCodigo(const QString& psCodTipoVia, QComboBox* poadvTipo_Vias = nullptr);
+  QString DevuelveCodPais(QComboBox* poadvPaises = nullptr);
+  QString DevuelveCodProv(QComboBox* poadvProvincias = nullptr);
+  void advCBPaisExit(QObject* Sender);
+  void advCBProvinciaExit(QObject* Sender);
+
+  // Locality search.
+  void BuscaLocalidad();
+  void advELocalidadEnter(QObject* Sender);
+  void advELocalidadExit(QObject* Sender);
+  void advELocalidadKeyDown(QObject* Sender, int& Key, Qt::KeyboardModifiers Shift);
+  void advELocalidadKeyUp(QObject* Sender, int& Key, Qt::KeyboardModifiers Shift);
+  void DBGLocalidadExit(QObject* Sender);
+  void DBGLocalidadKeyDown(QObject* Sender, int& Key, Qt::KeyboardModifiers Shift);
+  void DBGLocalidadMouseDown(QObject* Sender, Qt::MouseButton Button, Qt::KeyboardModifiers Shift, int X, int Y);
+  void DBGLocalidadDblClick(QObject* Sender);
+
+  // Street and number search.
+  void TDomicilioTimer(QObject* Sender);
+  void advEDomicilioEnter(QObject* Sender);
+  void advEDomicilioExit(QObject* Sender);
+  void advEDomicilioKeyDown(QObject* Sender, int& Key, Qt::KeyboardModifiers Shift);
+  void advEDomicilioKeyUp(QObject* Sender, int& Key, Qt::KeyboardModifiers Shift);
+  void DBGDomicilioExit(QObject* Sender);
+  void DBGDomicilioKeyDown(QObject* Sender, int& Key, Qt::KeyboardModifiers Shift);
+  void DBGDomicilioMouseDown(QObject* Sender, Qt::MouseButton Button, Qt::KeyboardModifiers Shift, int X, int Y);
+  void DBGDomicilioDblClick(QObject* Sender);
+  void advENumeroExit(QObject* Sender);
+
+  // Writing an address into the controls.
+  void CargaEnComponentes(const QString& psCodProvincia, const QString& psProvincia, const QString& psLocalidad,
+                          const QString& psCodINE, const QString& psCodPostal, const QString& psDomicilio,
+                          const QString& psTipoVia, const QString& psNumero);
+
+  // Fields, in their declared order.
+  QObject* Owner = nullptr;
+  QComboBox* oadvCBProvincia = nullptr;
+  QLineEdit* oadvELocalidad = nullptr;
+  QTableView* oDBGLocalidad = nullptr;
+  QLineEdit* oadvEDomicilio = nullptr;
+  QTableView* oDBGDomicilio = nullptr;
+  QLineEdit* oadvENumero = nullptr;
+  QLineEdit* oadvECodPostal = nullptr;
+  QLineEdit* oadvECodINE = nullptr;
+  QComboBox* oadvCBTipoVia = nullptr;
+  QComboBox* oadvCBPais = nullptr;
+  QWidget* oadvPBotones = nullptr;
+  QWidget* oControlSiguienteAlDBGLocalidad = nullptr;
+  QWidget* oControlSiguienteAlDBGDomicilio = nullptr;
+  TLMDMessageHint* oLMDMHProvincias = nullptr;
+  QTimer* oTDomicilio = nullptr;
+  QTimer* oTMensajes = nullptr;
+  QString sFiltroVias;
+  bool bPostales = false;
+  bool bDefectoPostal = false;
+  QString sDefectoCodINE;
+  QString sAlias;
+  TDMCodPostales* oDataModule = nullptr;
+  bool bHazCambioFoco = false;
+  QString sMensajeProvincias;
+
+ private:
+  void CreaModuloDeDatos(QObject* AOwner, const QString& psAlias, bool pbPostales);
+  void Enlaza(QWidget* poadvPBotones, QComboBox* poadvCBProvincia, QLineEdit* poadvELocalidad,
+              QTableView* poDBGLocalidad, QLineEdit* poadvEDomicilio, QTableView* poDBGDomicilio,
+              QLineEdit* poadvENumero, QLineEdit* poadvECodPostal, QLineEdit* poadvECodINE,
+              QComboBox* poadvCBTipoVia, QComboBox* poadvCBPais, QWidget* poControlSiguienteAlDBGLocalidad,
+              QWidget* poControlSiguienteAlDBGDomicilio, bool pbReutilizaTemporizadores,
+              const QString& psDefectoCodProvincia, const QString& psDefectoLocalidad,
+              const QString& psDefectoCodINE, const QString& psDefectoCodPostal);
+  void AsignaManejadores();
+  void ColocaRejilla(QLineEdit* edit, QTableView* rejilla, int columnaLibre);
+  void CreaTemporizadores(bool pbReutiliza);
+  void CargaValoresPorDefecto(const QString& psDefectoCodProvincia, const QString& psDefectoLocalidad,
+                              const QString& psDefectoCodINE, const QString& psDefectoCodPostal);
+  void LiberaTemporizador(QTimer*& temporizador);
+  // What the destructor does: timers, event bindings, tables, data module.
+  void Libera();
+  void MuestraInicioDelTipoVia(QObject* Sender);
+  // Unbinding and binding a results grid keep the column widths the
+  // placement gave it.
+  static void DesenlazaRejilla(QTableView* rejilla);
+  static void EnlazaRejilla(QTableView* rejilla, TDataSource* fuente);
+
+  std::unique_ptr<TEventosControles> oEventos;
+  // The data module and timers have the host's owner as parent, which may
+  // free them first; these notice it.
+  QPointer<TDMCodPostales> oDataModuleVivo;
+  QPointer<QTimer> oTDomicilioVivo;
+  QPointer<QTimer> oTMensajesVivo;
+};
+
+// The failure of BuscaEnPaisPorNombre's walk past the end of the list, as
+// the host's list classes report a bad index.
+class EListError : public std::out_of_range {
+ public:
+  explicit EListError(int indice);
+  int Indice;
+};

@@ -1,0 +1,91 @@
+#include "EventosControles.h"
+
+#include <QAbstractScrollArea>
+#include <QFocusEvent>
+#include <QKeyEvent>
+#include <QMouseEvent>
+#include <QWidget>
+
+#include "TeclasWindows.h"
+
+TEventosControles::TEventosControles(QObject* parent) : QObject(parent) {}
+
+TEventosControles::~TEventosControles() {
+  for (auto& [observado, control] : observados_) {
+    observado->removeEventFilter(this);
+    disconnect(observado, nullptr, this, nullptr);
+  }
+}
+
+void TEventosControles::Asigna(QWidget* control, TManejadores manejadores) {
+  if (!control) return;
+  const bool nuevo = enlaces_.find(control) == enlaces_.end();
+  enlaces_[control] = Enlace{control, std::move(manejadores)};
+  if (!nuevo) return;
+  QList<QObject*> observados{control};
+  if (auto* area = qobject_cast<QAbstractScrollArea*>(control)) observados << area->viewport();
+  for (QObject* o : observados) {
+    observados_[o] = control;
+    // Installed last, our filter runs before the host's own.
+    o->installEventFilter(this);
+    connect(o, &QObject::destroyed, this, [this, o] { Olvida(o); });
+  }
+}
+
+bool TEventosControles::Tiene(const QWidget* control) const {
+  return enlaces_.find(const_cast<QWidget*>(control)) != enlaces_.end();
+}
+
+void TEventosControles::Olvida(QObject* objeto) {
+  auto it = observados_.find(objeto);
+  if (it == observados_.end()) return;
+  QWidget* control = it->second;
+  observados_.erase(it);
+  if (objeto == control) enlaces_.erase(control);
+}
+
+bool TEventosControles::eventFilter(QObject* watched, QEvent* event) {
+  auto observado = observados_.find(watched);
+  if (observado == observados_.end()) return false;
+  auto enlace = enlaces_.find(observado->second);
+  if (enlace == enlaces_.end() || !enlace->second.control) return false;
+  QWidget* control = enlace->second.control;
+  // A copy: the handler may re-bind this very control.
+  const TManejadores m = enlace->second.manejadores;
+  const bool delVisor = watched != control;
+
+  switch (event->type()) {
+    case QEvent::FocusIn:
+    case QEvent::FocusOut: {
+      if (delVisor) return false;
+      const auto razon = static_cast<QFocusEvent*>(event)->reason();
+      if (razon == Qt::PopupFocusReason || razon == Qt::ActiveWindowFocusReason) return false;
+      const auto& manejador = event->type() == QEvent::FocusIn ? m.OnEnter : m.OnExit;
+      if (manejador) manejador(control);
+      return false;
+    }
+    case QEvent::KeyPress:
+    case QEvent::KeyRelease: {
+      if (delVisor) return false;
+      const auto& manejador = event->type() == QEvent::KeyPress ? m.OnKeyDown : m.OnKeyUp;
+      if (!manejador) return false;
+      auto* tecla = static_cast<QKeyEvent*>(event);
+      int codigo = CodigoTeclaWindows(*tecla);
+      if (codigo == 0) return false;
+      manejador(control, codigo, tecla->modifiers());
+      return codigo == 0;
+    }
+    case QEvent::MouseButtonPress: {
+      if (!m.OnMouseDown) return false;
+      auto* raton = static_cast<QMouseEvent*>(event);
+      const QPoint p = control->mapFromGlobal(raton->globalPosition().toPoint());
+      m.OnMouseDown(control, raton->button(), raton->modifiers(), p.x(), p.y());
+      return false;
+    }
+    case QEvent::MouseButtonDblClick:
+      if (m.OnDblClick) m.OnDblClick(control);
+      return false;
+    default:
+      return false;
+  }
+}

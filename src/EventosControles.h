@@ -1,0 +1,51 @@
+// The controller's handlers on the host's controls. The host hands over its
+// own widgets; the controller takes their enter, exit, key, mouse-down and
+// double-click events through one event filter, as the host's forms let a
+// component replace a control's event handlers.
+//
+// A key handler receives the Windows virtual-key code (TeclasWindows.h) by
+// reference; setting it to 0 consumes the key, so the control never sees it.
+// Focus events are never consumed. Focus moving to a pop-up (a combo's list)
+// or away with the whole window is not an exit, as on the host's platform.
+#pragma once
+
+#include <QObject>
+#include <QPointer>
+#include <functional>
+#include <map>
+
+class QWidget;
+
+struct TManejadores {
+  std::function<void(QObject* Sender)> OnEnter;
+  std::function<void(QObject* Sender)> OnExit;
+  std::function<void(QObject* Sender, int& Key, Qt::KeyboardModifiers Shift)> OnKeyDown;
+  std::function<void(QObject* Sender, int& Key, Qt::KeyboardModifiers Shift)> OnKeyUp;
+  std::function<void(QObject* Sender, Qt::MouseButton Button, Qt::KeyboardModifiers Shift, int X, int Y)> OnMouseDown;
+  std::function<void(QObject* Sender)> OnDblClick;
+};
+
+class TEventosControles : public QObject {
+  Q_OBJECT
+ public:
+  explicit TEventosControles(QObject* parent = nullptr);
+  ~TEventosControles() override;
+
+  // Gives the control these handlers, replacing any it had from us. Mouse
+  // events of a scroll area (a grid) arrive on its viewport and are reported
+  // with the control as sender, in the control's coordinates.
+  void Asigna(QWidget* control, TManejadores manejadores);
+  bool Tiene(const QWidget* control) const;
+
+ protected:
+  bool eventFilter(QObject* watched, QEvent* event) override;
+
+ private:
+  struct Enlace {
+    QPointer<QWidget> control;
+    TManejadores manejadores;
+  };
+  void Olvida(QObject* objeto);
+  std::map<QObject*, QWidget*> observados_;  // control or viewport -> control
+  std::map<QWidget*, Enlace> enlaces_;
+};

@@ -1,0 +1,60 @@
+#include "formulario.h"
+
+#include <QApplication>
+#include <QTest>
+#include <QVBoxLayout>
+
+namespace testsupport {
+
+Formulario::Formulario() {
+  auto* capa = new QVBoxLayout(&ventana);
+  auto nuevo = [&](auto* control, const char* nombre) {
+    control->setObjectName(QString::fromLatin1(nombre));
+    capa->addWidget(control);
+    return control;
+  };
+  pais = nuevo(new QComboBox, "advCBPais");
+  provincia = nuevo(new QComboBox, "advCBProvincia");
+  localidad = nuevo(new QLineEdit, "advELocalidad");
+  domicilio = nuevo(new QLineEdit, "advEDomicilio");
+  numero = nuevo(new QLineEdit, "advENumero");
+  codPostal = nuevo(new QLineEdit, "advECodPostal");
+  codIne = nuevo(new QLineEdit, "advECodINE");
+  tipoVia = nuevo(new QComboBox, "advCBTipoVia");
+  otroControl = nuevo(new QLineEdit, "advEOtro");
+  panelBotones = nuevo(new QWidget, "advPBotones");
+  barraEstado = new QStatusBar(panelBotones);
+  // The grids drop down over the form, outside its layout, hidden.
+  rejillaLocalidad = new QTableView(&ventana);
+  rejillaLocalidad->setObjectName("DBGLocalidad");
+  rejillaLocalidad->hide();
+  rejillaDomicilio = new QTableView(&ventana);
+  rejillaDomicilio->setObjectName("DBGDomicilio");
+  rejillaDomicilio->hide();
+  codPostal->setToolTip("Código postal");
+  ventana.resize(400, 500);
+  ventana.show();
+  QApplication::setActiveWindow(&ventana);
+  (void)QTest::qWaitForWindowActive(&ventana);
+}
+
+Formulario::~Formulario() = default;
+
+std::unique_ptr<TClaseCodPostales> Formulario::creaControlador(const QString& alias, bool postales) {
+  return std::make_unique<TClaseCodPostales>(&ventana, alias, postales, panelBotones, provincia, localidad,
+                                             rejillaLocalidad, domicilio, rejillaDomicilio, numero, codPostal, codIne,
+                                             tipoVia, pais, otroControl, otroControl, "", "", "", "");
+}
+
+void Formulario::enfoca(QWidget* control) {
+  control->setFocus(Qt::TabFocusReason);
+  QApplication::processEvents();
+}
+
+QStringList nombres(TTable* tabla, const char* campo) {
+  QStringList out;
+  for (tabla->First(); !tabla->Eof(); tabla->Next()) out << tabla->FieldByName(campo)->AsString();
+  return out;
+}
+
+}  // namespace testsupport

@@ -1,0 +1,48 @@
+// A host form for the controller's tests: the controls Zelmor hands over,
+// laid out on a shown window (offscreen), and a reference set to open.
+#pragma once
+
+#include <QComboBox>
+#include <QLineEdit>
+#include <QStatusBar>
+#include <QTableView>
+#include <QWidget>
+#include <memory>
+
+#include "ClaseCodPostales.h"
+#include "CodPostalesDM.h"
+#include "support/referencia.h"
+#include "support/temp_dir.h"
+
+namespace testsupport {
+
+struct Formulario {
+  Formulario();
+  ~Formulario();
+
+  // A controller bound to every control, in street mode, no defaults.
+  std::unique_ptr<TClaseCodPostales> creaControlador(const QString& alias, bool postales = true);
+  // Gives the focus to a control as a user's Tab would, and lets the
+  // events arrive.
+  static void enfoca(QWidget* control);
+
+  QWidget ventana;
+  QWidget* panelBotones;
+  QStatusBar* barraEstado;
+  QComboBox* pais;
+  QComboBox* provincia;
+  QLineEdit* localidad;
+  QTableView* rejillaLocalidad;
+  QLineEdit* domicilio;
+  QTableView* rejillaDomicilio;
+  QLineEdit* numero;
+  QLineEdit* codPostal;
+  QLineEdit* codIne;
+  QComboBox* tipoVia;
+  QWidget* otroControl;
+};
+
+// Municipality or street names of a table's view, in order.
+QStringList nombres(TTable* tabla, const char* campo);
+
+}  // namespace testsupport
