@@ -37,6 +37,13 @@ void conectaRejilla(QTableView* rejilla, TDataSource* fuente, const QStringList&
   rejilla->setModel(fuente);
 }
 
+// A widget's class name without its namespace, as the host's class names go.
+QString nombreDeClase(const QWidget* w) {
+  const QString nombre = QString::fromLatin1(w->metaObject()->className());
+  const qsizetype separador = nombre.lastIndexOf(QLatin1String("::"));
+  return separador < 0 ? nombre : nombre.mid(separador + 2);
+}
+
 }  // namespace
 
 void TClaseCodPostales::CreaModuloDeDatos(QObject* AOwner, const QString& psAlias, bool pbPostales) {
@@ -217,7 +224,7 @@ void TClaseCodPostales::ColocaRejilla(QLineEdit* edit, QTableView* rejilla, int 
     rejilla->setColumnWidth(columnaLibre, ancho - otras - kMargenRejilla);
   }
   for (QWidget* padre = edit->parentWidget(); padre; padre = padre->parentWidget()) {
-    if (QString::fromLatin1(padre->metaObject()->className()).toUpper() == QLatin1String("TLMDFORMDISPLAY")) break;
+    if (nombreDeClase(padre).toUpper() == QLatin1String("TLMDFORMDISPLAY")) break;
     if (padre->parentWidget()) {
       izquierda += padre->x();
       arriba += padre->y();

@@ -51,12 +51,15 @@ class CambioDeIndice {
     TBIndexa(tabla_, indice_);
   }
   ~CambioDeIndice() noexcept(false) {
-    if (congelada_) congelada_->EnableControls();
+    std::exception_ptr fallo;
     try {
       TBIndexa(indice_, tabla_);
     } catch (...) {
-      if (!std::uncaught_exceptions()) throw;  // the error already on its way wins
+      fallo = std::current_exception();
     }
+    if (congelada_) congelada_->EnableControls();
+    // An error already on its way wins over one putting the index back.
+    if (fallo && !std::uncaught_exceptions()) std::rethrow_exception(fallo);
   }
   CambioDeIndice(const CambioDeIndice&) = delete;
   CambioDeIndice& operator=(const CambioDeIndice&) = delete;

@@ -42,6 +42,24 @@ struct Formulario {
   QWidget* otroControl;
 };
 
+// A container class the host's forms use; the grid placement stops at it.
+class TLMDFormDisplay : public QWidget {
+  Q_OBJECT
+ public:
+  using QWidget::QWidget;
+};
+
+// Counts the Home key-downs a widget receives.
+class ContadorTeclaInicio : public QObject {
+  Q_OBJECT
+ public:
+  explicit ContadorTeclaInicio(QWidget* control);
+  int cuenta = 0;
+
+ protected:
+  bool eventFilter(QObject* watched, QEvent* event) override;
+};
+
 // Municipality or street names of a table's view, in order.
 QStringList nombres(TTable* tabla, const char* campo);
 

@@ -101,7 +101,7 @@ TEST_F(ModuloDatosTest, StreetTableOpensOnPostalDbfByStreetWithoutDefaultCode) {
   ASSERT_TRUE(c.oDataModule->TPostal->Active());
   EXPECT_EQ(c.oDataModule->TPostal->TableName(), "POSTAL.DBF");
   EXPECT_EQ(c.oDataModule->TPostal->IndexName(), "VIA");
-  EXPECT_EQ(nombres(c.oDataModule->TPostal, "VIA"), (QStringList{"MAYOR", "TOLEDO"}));
+  EXPECT_EQ(nombres(c.oDataModule->TPostal, "VIA"), (QStringList{"DIAGONAL", "MAYOR", "TOLEDO"}));
 }
 
 TEST_F(ModuloDatosTest, StreetTableOpensOnTheDefaultCodesProvinceFile) {

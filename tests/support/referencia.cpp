@@ -56,7 +56,8 @@ void escribeJuegoDeReferencia(const std::string& carpeta, const OpcionesReferenc
                {"C", "CAMINO"}});
   makeTable(carpeta, "POSTAL.DBF", camposCalle(),
             {calle("MAYOR", "CL", "28013", "MADRID", "28079", "MADRID"),
-             calle("TOLEDO", "CL", "45001", "TOLEDO", "45168", "TOLEDO")});
+             calle("TOLEDO", "CL", "45001", "TOLEDO", "45168", "TOLEDO"),
+             calle("DIAGONAL", "AV", "08019", "BARCELONA", "08019", "BARCELONA")});
   if (!opciones.postales) return;
   const std::string postales = carpeta + "/Postales";
   std::filesystem::create_directories(postales);

@@ -15,8 +15,8 @@ struct OpcionesReferencia {
 // countries 900 ESPAÑA, 250 FRANCIA, 4 AFGANISTAN, 620 PORTUGAL.
 // Municipalities of 08, 15 and 28 (one with COD_PROV "AB"), minor entities
 // of MADRID and of ALCALA DE HENARES; SOBRADO in 15 and 28.
-// Streets of MADRID and GETAFE in POSTAL28, of BARCELONA in POSTAL08, and a
-// few in POSTAL.DBF.
+// Streets of MADRID and GETAFE in POSTAL28, of BARCELONA in POSTAL08, and
+// one each of MADRID, TOLEDO and BARCELONA in POSTAL.DBF.
 void escribeJuegoDeReferencia(const std::string& carpeta, const OpcionesReferencia& opciones = {});
 
 }  // namespace testsupport
