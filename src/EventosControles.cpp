@@ -1,6 +1,7 @@
 #include "EventosControles.h"
 
 #include <QAbstractScrollArea>
+#include <QApplication>
 #include <QFocusEvent>
 #include <QKeyEvent>
 #include <QMouseEvent>
@@ -60,6 +61,8 @@ bool TEventosControles::eventFilter(QObject* watched, QEvent* event) {
       if (delVisor) return false;
       const auto razon = static_cast<QFocusEvent*>(event)->reason();
       if (razon == Qt::PopupFocusReason || razon == Qt::ActiveWindowFocusReason) return false;
+      // A combo's open list takes the focus into its own pop-up window.
+      if (event->type() == QEvent::FocusOut && QApplication::activePopupWidget()) return false;
       const auto& manejador = event->type() == QEvent::FocusIn ? m.OnEnter : m.OnExit;
       if (manejador) manejador(control);
       return false;
