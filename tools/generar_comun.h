@@ -880,7 +880,8 @@ inline std::vector<Calle> inventarCalles(const Municipio& m, size_t tramos) {
 }
 
 // A street table (POSTAL.DBF or Postales/POSTALnn.DBF). CODIGO1 numbers the
-// streets of the file.
+// streets of the file. PROVINCIA holds the two-digit province code, as the
+// street import writes it and the street search compares it.
 class TablaPostal {
  public:
   explicit TablaPostal(const std::filesystem::path& path)
@@ -888,10 +889,10 @@ class TablaPostal {
                   N("PAR_FIN", 5), C("CODPOSTAL", 5), C("CAPITAL", 1), C("PROVINCIA", 30), C("MUNICIPI", 30),
                   C("COD_INE", 5), C("NOMBRE_2", 45), C("CODIGO1", 8)}) {}
 
-  void agregar(const Municipio& m, const std::string& provincia, const std::vector<Calle>& calles) {
+  void agregar(const Municipio& m, const std::vector<Calle>& calles) {
     std::string base = t_.filaEnBlanco();
     t_.texto(base.data(), 7, m.capital ? "S" : "N");
-    t_.texto(base.data(), 8, cut(provincia, kAnchoProvincia));
+    t_.texto(base.data(), 8, m.prov);
     t_.texto(base.data(), 9, cut(m.nombre, kAnchoNombre));
     t_.texto(base.data(), 10, m.ine);
     for (const auto& c : calles) {

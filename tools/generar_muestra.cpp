@@ -42,7 +42,7 @@ size_t escribirCalles(const fs::path& path, const gen::Datos& d, const std::vect
   for (const auto& r : reparto) {
     const gen::Municipio* m = d.municipio(r.ine);
     if (!m) throw std::runtime_error(std::string("municipio ausente en los datos: ") + r.ine);
-    t.agregar(*m, d.provincia(m->prov), gen::inventarCalles(*m, r.tramos));
+    t.agregar(*m, gen::inventarCalles(*m, r.tramos));
   }
   return t.cerrar();
 }

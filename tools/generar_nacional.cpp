@@ -78,13 +78,12 @@ int main(int argc, char** argv) {
     size_t total = 0, calles = 0;
     for (size_t i = 0; i < d.municipios.size();) {
       const std::string prov = d.municipios[i].prov;
-      const std::string nombreProv = d.provincia(prov);
       const std::string fichero = "POSTAL" + prov + ".DBF";
       gen::TablaPostal t(salida / "Postales" / fichero);
       for (; i < d.municipios.size() && d.municipios[i].prov == prov; ++i) {
         const gen::Municipio& m = d.municipios[i];
         auto lista = gen::inventarCalles(m, reparto[i]);
-        t.agregar(m, nombreProv, lista);
+        t.agregar(m, lista);
         if (m.capital) capitales.push_back({&m, muestraDe(lista, kTramosCapital)});
       }
       calles += t.calles();
@@ -94,7 +93,7 @@ int main(int argc, char** argv) {
     }
 
     gen::TablaPostal general(salida / "POSTAL.DBF");
-    for (const auto& [m, lista] : capitales) general.agregar(*m, d.provincia(m->prov), lista);
+    for (const auto& [m, lista] : capitales) general.agregar(*m, lista);
     std::printf("%-24s %9zu filas\n", "POSTAL.DBF", general.cerrar());
 
     const double segundos =
