@@ -13,6 +13,7 @@
 
 #include "CodPostalesDM.h"
 #include "EventosControles.h"
+#include "RejillaDatos.h"
 #include "TLMDMessageHint.h"
 #include "services/Rvarias.h"
 
@@ -34,7 +35,7 @@ QStatusBar* barraDeEstado(QWidget* panel) {
 void conectaRejilla(QTableView* rejilla, TDataSource* fuente, const QStringList& campos, const QStringList& titulos) {
   if (!rejilla || rejilla->model()) return;
   if (fuente->Columns().isEmpty()) fuente->SetColumns(campos, titulos);
-  rejilla->setModel(fuente);
+  EnlazaRejilla(rejilla, fuente);
 }
 
 // A widget's class name without its namespace, as the host's class names go.
@@ -232,25 +233,6 @@ void TClaseCodPostales::ColocaRejilla(QLineEdit* edit, QTableView* rejilla, int 
   }
   arriba += edit->height();
   rejilla->move(izquierda, arriba);
-}
-
-namespace {
-const char* const kAnchosDeColumna = "codpostalesAnchosDeColumna";
-}
-
-void TClaseCodPostales::DesenlazaRejilla(QTableView* rejilla) {
-  if (!rejilla || !rejilla->model()) return;
-  QVariantList anchos;
-  for (int c = 0; c < rejilla->model()->columnCount(); ++c) anchos << rejilla->columnWidth(c);
-  rejilla->setProperty(kAnchosDeColumna, anchos);
-  rejilla->setModel(nullptr);
-}
-
-void TClaseCodPostales::EnlazaRejilla(QTableView* rejilla, TDataSource* fuente) {
-  if (!rejilla || rejilla->model() == fuente) return;
-  rejilla->setModel(fuente);
-  const QVariantList anchos = rejilla->property(kAnchosDeColumna).toList();
-  for (int c = 0; c < anchos.size() && c < fuente->columnCount(); ++c) rejilla->setColumnWidth(c, anchos[c].toInt());
 }
 
 void TClaseCodPostales::CreaTemporizadores(bool pbReutiliza) {

@@ -28,6 +28,7 @@ class QTableView;
 class QTimer;
 class QWidget;
 class TDataSource;
+class TField;
 class TDMCodPostales;
 class TEventosControles;
 class TLMDMessageHint;
@@ -97,7 +98,14 @@ class TClaseCodPostales {
   void advCBPaisExit(QObject* Sender);
   void advCBProvinciaExit(QObject* Sender);
 
-  // Locality search.
+  // Locality search. The searches leave TMunicipi on the row found.
+  bool BuscaLocalidadPorNombre(const QString& psNombre, bool pbExacto);
+  bool BuscaLocalidadPorCodPostal(const QString& psCodPostal, bool pbExacto);
+  bool BuscaLocalidadPorCodIne(const QString& psCodIne, bool pbExacto);
+  bool BuscaLocalidadPorCodMun(const QString& psCodProvincia, const QString& psCodMun);
+  // "LA ROSA" as the reference tables write it, "ROSA (LA)", cut exactly
+  // as the host always cut it (see the definition).
+  static QString NombreMunicipioConParentesis(const QString& psNombreMunicipio);
   void BuscaLocalidad();
   void advELocalidadEnter(QObject* Sender);
   void advELocalidadExit(QObject* Sender);
@@ -109,6 +117,15 @@ class TClaseCodPostales {
   void DBGLocalidadDblClick(QObject* Sender);
 
   // Street and number search.
+  bool BuscaDomicilioPorVia(const QString& psVia, const QString& psProvincia, const QString& psTipoVia,
+                            bool pbExacto);
+  // A municipality's postcode / INE code by its name and province code,
+  // without moving the tables on screen; empty when none matches.
+  QString BuscaCodPostal(const QString& psLocalidad, const QString& psCodProvincia);
+  QString BuscaCodIne(const QString& psLocalidad, const QString& psCodProvincia);
+  // The street's accented name (NOMBRE_2) into psNombreAcentos; false when
+  // the street is not found or the street table is closed (the user is told).
+  bool BuscaDomicilioAcentos(const QString& psVia, QString& psNombreAcentos);
   void TDomicilioTimer(QObject* Sender);
   void advEDomicilioEnter(QObject* Sender);
   void advEDomicilioExit(QObject* Sender);
@@ -120,10 +137,11 @@ class TClaseCodPostales {
   void DBGDomicilioDblClick(QObject* Sender);
   void advENumeroExit(QObject* Sender);
 
-  // Writing an address into the controls.
+  // Writing an address into the controls, as if the user had typed it.
   void CargaEnComponentes(const QString& psCodProvincia, const QString& psProvincia, const QString& psLocalidad,
-                          const QString& psCodINE, const QString& psCodPostal, const QString& psDomicilio,
-                          const QString& psTipoVia, const QString& psNumero);
+                          const QString& psCod_INE, const QString& psCodPostal, const QString& psTipoVia,
+                          const QString& psDomicilio, const QString& psNumero);
+  void CargaEnComponentes(const QString& psPais, const QString& psProvincia, const QString& psLocalidad);
 
   // Fields, in their declared order.
   QObject* Owner = nullptr;
@@ -170,10 +188,22 @@ class TClaseCodPostales {
   // What the destructor does: timers, event bindings, tables, data module.
   void Libera();
   void MuestraInicioDelTipoVia(QObject* Sender);
-  // Unbinding and binding a results grid keep the column widths the
-  // placement gave it.
-  static void DesenlazaRejilla(QTableView* rejilla);
-  static void EnlazaRejilla(QTableView* rejilla, TDataSource* fuente);
+  QString CodigoProvinciaElegida() const;
+  // Locality and street search helpers.
+  static void Completa(QLineEdit* edit, const QString& completo);
+  static void MuestraRejilla(QTableView* rejilla, bool visible);
+  void EntraEnRejilla(QTableView* rejilla, int Key);
+  void RellenaCodigosDeLocalidad();
+  void ListaOtrasProvincias();
+  void ResuelveOtrasProvincias();
+  void FiltraCallesDeLocalidad();
+  void FocoTrasLocalidad();
+  void TomaLocalidadDeLaRejilla();
+  void RellenaDatosDeVia();
+  bool EditaLaViaActual() const;
+  QString BuscaEnMunicipioAuxiliar(const QString& psLocalidad, const QString& psCodProvincia, TField* campo);
+  void CargaLocalidad(const QString& psLocalidad);
+  void CompruebaLocalidad() const;
 
   std::unique_ptr<TEventosControles> oEventos;
   // The data module and timers have the host's owner as parent, which may

@@ -10,6 +10,7 @@
 
 #include "ClaseCodPostales.h"
 #include "CodPostalesDM.h"
+#include "RejillaDatos.h"
 #include "services/Rnumcad.h"
 #include "services/Ruttb.h"
 #include "services/Rvarias.h"
@@ -53,6 +54,8 @@ QString codigoDeDosCifras(const QComboBox* combo, const QString& ceros) {
 EListError::EListError(int indice)
     : std::out_of_range("Índice de lista fuera de límites (" + std::to_string(indice) + ")"), Indice(indice) {}
 
+QString TClaseCodPostales::CodigoProvinciaElegida() const { return codigoElegido(oadvCBProvincia); }
+
 void TClaseCodPostales::CargaPaises(QComboBox* poadvPaises) {
   QComboBox* combo = poadvPaises ? poadvPaises : oadvCBPais;
   if (!combo) return;
@@ -74,6 +77,9 @@ void TClaseCodPostales::CargaTiposVia(QComboBox* poadvTipo_Vias) {
   for (tipos->First(); !tipos->Eof(); tipos->Next())
     combo->addItem(oDataModule->TTipo_ViaCODIGO->AsString() + QStringLiteral(" - ") +
                    oDataModule->TTipo_ViaNOMBRE->AsString());
+  // Nothing chosen until the user or a street chooses (a combo would take
+  // the first item).
+  combo->setCurrentIndex(-1);
 }
 
 void TClaseCodPostales::DescargaPaises(QComboBox* poadvPaises) {

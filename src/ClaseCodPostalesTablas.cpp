@@ -6,6 +6,7 @@
 
 #include "ClaseCodPostales.h"
 #include "CodPostalesDM.h"
+#include "RejillaDatos.h"
 #include "dbase/core/path.h"
 #include "services/Rficheros.h"
 #include "services/Rnumcad.h"
@@ -44,9 +45,8 @@ void filtraSiCambia(TTable* tabla, const QString& filtro) {
 // way out (an engine error included, so the grid is never left frozen).
 class CambioDeIndice {
  public:
-  CambioDeIndice(TTable* tabla, QTableView* rejilla, const QString& indice) : tabla_(tabla), indice_(indice) {
-    if (rejilla)
-      if (auto* fuente = qobject_cast<TDataSource*>(rejilla->model())) congelada_ = fuente->DataSet();
+  CambioDeIndice(TTable* tabla, QTableView* rejilla, const QString& indice)
+      : tabla_(tabla), indice_(indice), congelada_(TablaDe(rejilla)) {
     if (congelada_) congelada_->DisableControls();
     TBIndexa(tabla_, indice_);
   }
@@ -67,7 +67,7 @@ class CambioDeIndice {
  private:
   TTable* tabla_;
   QString indice_;
-  TTable* congelada_ = nullptr;
+  TTable* congelada_;
 };
 
 }  // namespace

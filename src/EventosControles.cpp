@@ -8,6 +8,7 @@
 #include <QWidget>
 
 #include "TeclasWindows.h"
+#include "services/Rmensaje.h"
 
 TEventosControles::TEventosControles(QObject* parent) : QObject(parent) {}
 
@@ -45,6 +46,15 @@ void TEventosControles::Olvida(QObject* objeto) {
   if (objeto == control) enlaces_.erase(control);
 }
 
+template <typename Llamada>
+void TEventosControles::Ejecuta(QWidget* control, Llamada&& llamada) {
+  try {
+    llamada();
+  } catch (const std::exception& e) {
+    Mensaje_Error(control, QString::fromUtf8(e.what()), QString());
+  }
+}
+
 bool TEventosControles::eventFilter(QObject* watched, QEvent* event) {
   auto observado = observados_.find(watched);
   if (observado == observados_.end()) return false;
@@ -63,8 +73,20 @@ bool TEventosControles::eventFilter(QObject* watched, QEvent* event) {
       if (razon == Qt::PopupFocusReason || razon == Qt::ActiveWindowFocusReason) return false;
       // A combo's open list takes the focus into its own pop-up window.
       if (event->type() == QEvent::FocusOut && QApplication::activePopupWidget()) return false;
-      const auto& manejador = event->type() == QEvent::FocusIn ? m.OnEnter : m.OnExit;
-      if (manejador) manejador(control);
+      if (event->type() == QEvent::FocusIn) {
+        if (m.OnEnter) Ejecuta(control, [&] { m.OnEnter(control); });
+        return false;
+      }
+      // The control an exit handler turned the focus away from never had it.
+      if (control == destinoDesviado_) {
+        destinoDesviado_ = nullptr;
+        return false;
+      }
+      if (!m.OnExit) return false;
+      const QPointer<QWidget> anterior = destinoDesviado_;
+      destinoDesviado_ = QApplication::focusWidget();
+      Ejecuta(control, [&] { m.OnExit(control); });
+      destinoDesviado_ = anterior;
       return false;
     }
     case QEvent::KeyPress:
@@ -75,18 +97,18 @@ bool TEventosControles::eventFilter(QObject* watched, QEvent* event) {
       auto* tecla = static_cast<QKeyEvent*>(event);
       int codigo = CodigoTeclaWindows(*tecla);
       if (codigo == 0) return false;
-      manejador(control, codigo, tecla->modifiers());
+      Ejecuta(control, [&] { manejador(control, codigo, tecla->modifiers()); });
       return codigo == 0;
     }
     case QEvent::MouseButtonPress: {
       if (!m.OnMouseDown) return false;
       auto* raton = static_cast<QMouseEvent*>(event);
       const QPoint p = control->mapFromGlobal(raton->globalPosition().toPoint());
-      m.OnMouseDown(control, raton->button(), raton->modifiers(), p.x(), p.y());
+      Ejecuta(control, [&] { m.OnMouseDown(control, raton->button(), raton->modifiers(), p.x(), p.y()); });
       return false;
     }
     case QEvent::MouseButtonDblClick:
-      if (m.OnDblClick) m.OnDblClick(control);
+      if (m.OnDblClick) Ejecuta(control, [&] { m.OnDblClick(control); });
       return false;
     default:
       return false;

@@ -7,6 +7,12 @@
 // reference; setting it to 0 consumes the key, so the control never sees it.
 // Focus events are never consumed. Focus moving to a pop-up (a combo's list)
 // or away with the whole window is not an exit, as on the host's platform.
+// When an exit handler sends the focus elsewhere, the control the user was
+// going to never gets it, and so never sees an exit either.
+//
+// An error a handler raises stops that handler and is shown to the user in
+// an error box (Rmensaje), as the host's application does with the errors
+// of its event handlers; it never unwinds through the event loop.
 #pragma once
 
 #include <QObject>
@@ -46,6 +52,10 @@ class TEventosControles : public QObject {
     TManejadores manejadores;
   };
   void Olvida(QObject* objeto);
+  template <typename Llamada>
+  void Ejecuta(QWidget* control, Llamada&& llamada);
   std::map<QObject*, QWidget*> observados_;  // control or viewport -> control
   std::map<QWidget*, Enlace> enlaces_;
+  // The control a focus change was heading for while an exit handler runs.
+  QPointer<QWidget> destinoDesviado_;
 };

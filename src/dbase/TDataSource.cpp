@@ -45,6 +45,10 @@ void TDataSource::followCursor() {
   emit currentRowChanged(row);
 }
 
+void TDataSource::SetCurrentRow(int row) {
+  if (table_ && table_->Active() && row != currentRow_) table_->GotoIndex(row);
+}
+
 int TDataSource::rowCount(const QModelIndex& parent) const { return parent.isValid() ? 0 : rows_; }
 
 int TDataSource::columnCount(const QModelIndex& parent) const {

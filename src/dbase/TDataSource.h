@@ -27,6 +27,8 @@ class TDataSource : public QAbstractTableModel {
   QStringList Columns() const { return columns_; }
 
   int CurrentRow() const { return currentRow_; }
+  // Moves the table to this row of the model.
+  void SetCurrentRow(int row);
 
   // QAbstractTableModel
   int rowCount(const QModelIndex& parent = {}) const override;

@@ -321,6 +321,15 @@ int TTable::CurrentIndex() {
   return cursor_->recno() ? int(cursor_->position()) : -1;
 }
 
+void TTable::GotoIndex(int index) {
+  requireActive();
+  if (index < 0 || index == CurrentIndex()) return;
+  checkBrowseMode();
+  const uint32_t recno = cursor_->recnoAt(size_t(index));
+  if (!recno || !cursor_->gotoRecno(recno)) return;
+  afterMove();
+}
+
 void TTable::Refresh() {
   requireActive();
   checkBrowseMode();

@@ -148,6 +148,8 @@ class TTable : public QObject {
   // calculated fields included, without moving the cursor.
   QStringList RowValues(int index, const std::vector<TField*>& fields);
   int CurrentIndex();
+  // Moves to the row at this position of the view (what a grid's click does).
+  void GotoIndex(int index);
 
  signals:
   void dataSetChanged();  // opened, closed, refiltered, reordered, rows changed
