@@ -33,6 +33,7 @@ Formulario::Formulario() {
   rejillaDomicilio->setObjectName("DBGDomicilio");
   rejillaDomicilio->hide();
   codPostal->setToolTip("Código postal");
+  globo = new TLMDMessageHint(&ventana);
   ventana.resize(400, 500);
   ventana.show();
   QApplication::setActiveWindow(&ventana);
@@ -50,13 +51,31 @@ std::unique_ptr<TClaseCodPostales> Formulario::creaControlador(const QString& al
                                              tipoVia, pais, otroControl, otroControl, "", "", "", "");
 }
 
+std::unique_ptr<TClaseCodPostales> Formulario::creaControladorConGlobo(const QString& alias) {
+  auto c = std::make_unique<TClaseCodPostales>(&ventana, alias, true, "");
+  c->Carga(panelBotones, provincia, localidad, rejillaLocalidad, domicilio, rejillaDomicilio, numero, codPostal, codIne,
+           tipoVia, pais, otroControl, otroControl, globo, "", "", "", "");
+  return c;
+}
+
+void Formulario::eligeProvincia(const QString& texto) {
+  enfoca(provincia);
+  provincia->setCurrentIndex(provincia->findText(texto));
+  enfoca(otroControl);
+}
+
+void Formulario::teclea(QWidget* control, const QString& texto) {
+  enfoca(control);
+  for (QChar c : texto) {
+    // Latin-1 letters have a Qt key of their own (Ñ is Key_Ntilde).
+    const int tecla = c.unicode() < 0x80 ? QTest::asciiToKey(char(c.unicode())) : int(c.toUpper().unicode());
+    QTest::sendKeyEvent(QTest::Click, control, Qt::Key(tecla), QString(c), Qt::NoModifier);
+  }
+}
+
 void Formulario::enfoca(QWidget* control) {
   control->setFocus(Qt::TabFocusReason);
   QApplication::processEvents();
-  if (QApplication::focusWidget() != control)
-    fprintf(stderr, "enfoca: focus on %s, active window %p, control window %p\n",
-            QApplication::focusWidget() ? qPrintable(QApplication::focusWidget()->objectName()) : "(none)",
-            (void*)QApplication::activeWindow(), (void*)control->window());
 }
 
 ContadorTeclaInicio::ContadorTeclaInicio(QWidget* control) : QObject(control) { control->installEventFilter(this); }

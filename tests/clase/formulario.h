@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "ClaseCodPostales.h"
+#include "TLMDMessageHint.h"
 #include "CodPostalesDM.h"
 #include "support/referencia.h"
 #include "support/temp_dir.h"
@@ -22,6 +23,12 @@ struct Formulario {
 
   // A controller bound to every control, in street mode, no defaults.
   std::unique_ptr<TClaseCodPostales> creaControlador(const QString& alias, bool postales = true);
+  // The same, bound through Carga so it also has the province balloon.
+  std::unique_ptr<TClaseCodPostales> creaControladorConGlobo(const QString& alias);
+  // Chooses a province in the combo and leaves it, as a user would.
+  void eligeProvincia(const QString& texto);
+  // Types into an edit that has the focus, key by key.
+  static void teclea(QWidget* control, const QString& texto);
   // Gives the focus to a control as a user's Tab would, and lets the
   // events arrive.
   static void enfoca(QWidget* control);
@@ -40,6 +47,7 @@ struct Formulario {
   QLineEdit* codIne;
   QComboBox* tipoVia;
   QWidget* otroControl;
+  TLMDMessageHint* globo;
 };
 
 // A container class the host's forms use; the grid placement stops at it.
