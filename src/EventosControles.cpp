@@ -101,11 +101,18 @@ bool TEventosControles::eventFilter(QObject* watched, QEvent* event) {
       return codigo == 0;
     }
     case QEvent::MouseButtonPress: {
-      if (!m.OnMouseDown) return false;
+      if (!m.OnMouseDown || entregandoPulsacion_) return false;
+      // The control handles the press first (a grid takes the focus and the
+      // row clicked), then the handler runs, as on the host's platform.
       auto* raton = static_cast<QMouseEvent*>(event);
       const QPoint p = control->mapFromGlobal(raton->globalPosition().toPoint());
-      Ejecuta(control, [&] { m.OnMouseDown(control, raton->button(), raton->modifiers(), p.x(), p.y()); });
-      return false;
+      const Qt::MouseButton boton = raton->button();
+      const Qt::KeyboardModifiers teclas = raton->modifiers();
+      entregandoPulsacion_ = true;
+      QCoreApplication::sendEvent(watched, event);
+      entregandoPulsacion_ = false;
+      Ejecuta(control, [&] { m.OnMouseDown(control, boton, teclas, p.x(), p.y()); });
+      return true;
     }
     case QEvent::MouseButtonDblClick:
       if (m.OnDblClick) Ejecuta(control, [&] { m.OnDblClick(control); });

@@ -58,4 +58,5 @@ class TEventosControles : public QObject {
   std::map<QWidget*, Enlace> enlaces_;
   // The control a focus change was heading for while an exit handler runs.
   QPointer<QWidget> destinoDesviado_;
+  bool entregandoPulsacion_ = false;
 };
