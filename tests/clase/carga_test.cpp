@@ -1,0 +1,142 @@
+// Writing a known address into the bound controls: CargaEnComponentes and
+// the defaults of the bound constructor.
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QTest>
+
+#include "../services/qstring_print.h"
+#include "ControlesHost.h"
+#include "formulario.h"
+#include "services/Ruttb.h"
+
+using namespace testsupport;
+
+namespace {
+
+class CargaTest : public ::testing::Test {
+ protected:
+  void SetUp() override { escribeJuegoDeReferencia(dir.path()); }
+  QString alias() const { return QString::fromStdString(dir.path()); }
+  TempDir dir;
+  Formulario f;
+};
+
+}  // namespace
+
+TEST_F(CargaTest, FullAddressFillsEveryControl) {
+  auto c = f.creaControlador(alias());
+  c->CargaEnComponentes("28", "MADRID", " GETAFE ", "28065", "28901", "CL", "TOLEDO", "5");
+  EXPECT_EQ(f.provincia->currentText(), "MADRID [28]");
+  EXPECT_EQ(c->oDataModule->TMunicipi->Filter(), "COD_PROV=28");
+  EXPECT_EQ(f.localidad->text(), "GETAFE");
+  EXPECT_EQ(Tag(f.localidad), 1);
+  EXPECT_EQ(f.codIne->text(), "28065");
+  EXPECT_EQ(f.codPostal->text(), "28901");
+  EXPECT_EQ(f.tipoVia->currentText(), "CL - CALLE");
+  EXPECT_EQ(f.domicilio->text(), "TOLEDO");
+  EXPECT_EQ(f.numero->text(), "5");
+  EXPECT_EQ(c->oDataModule->TPostalVIA->AsString(), "TOLEDO");
+  EXPECT_EQ(f.rejillaDomicilio->model(), c->oDataModule->DSPostal);
+}
+
+TEST_F(CargaTest, UnknownProvinceCodeFallsBackToTheName) {
+  auto c = f.creaControlador(alias());
+  c->CargaEnComponentes("77", "BARCELONA", "BARCELONA", "08019", "08001", "", "", "");
+  EXPECT_EQ(f.provincia->currentText(), "BARCELONA [8]");
+}
+
+TEST_F(CargaTest, EmptyLocalityStillFillsTheIneButNotThePostcode) {
+  auto c = f.creaControlador(alias());
+  // An empty name finds the municipality whose name is blank: none here,
+  // so the INE look-up gives nothing either, but it is made.
+  c->CargaEnComponentes("28", "MADRID", "", "", "", "", "", "");
+  EXPECT_EQ(f.codIne->text(), "");
+  EXPECT_EQ(f.codPostal->text(), "");
+  // With a municipality named blank in the province, the INE edit gets its code.
+  TTable* m = c->oDataModule->TMunicipiAux;
+  m->Append();
+  m->FieldByName("COD_INE")->SetAsString("28999");
+  m->FieldByName("CODPOSTAL")->SetAsString("28999");
+  m->FieldByName("COD_PROV")->SetAsString("28");
+  m->Post();
+  c->CargaEnComponentes("28", "MADRID", "", "", "", "", "", "");
+  EXPECT_EQ(f.codIne->text(), "28999");
+  EXPECT_EQ(f.codPostal->text(), "");
+}
+
+TEST_F(CargaTest, MissingPostcodeIsLookedUpByLocalityAndProvince) {
+  auto c = f.creaControlador(alias());
+  c->CargaEnComponentes("28", "MADRID", "SOBRADO", "", "", "", "", "");
+  EXPECT_EQ(f.codIne->text(), "28140");
+  EXPECT_EQ(f.codPostal->text(), "28140");
+}
+
+TEST_F(CargaTest, ExactLocalityIsMarkedBeforeItsExitRuns) {
+  auto c = f.creaControlador(alias());
+  c->CargaEnComponentes("28", "MADRID", "GETAFE", "28065", "28901", "", "", "");
+  EXPECT_EQ(Tag(f.localidad), 1);
+  // Marked, so the exit filtered the streets by code and name.
+  EXPECT_EQ(c->sFiltroVias, "COD_INE=28065 AND MUNICIPI='GETAFE'");
+}
+
+TEST_F(CargaTest, PrefixOfALocalityIsNotMarked) {
+  auto c = f.creaControlador(alias());
+  c->CargaEnComponentes("28", "MADRID", "GETA", "", "", "", "", "");
+  EXPECT_EQ(Tag(f.localidad), 0);
+  EXPECT_EQ(f.localidad->text(), "GETA");
+  EXPECT_EQ(ColorTexto(f.localidad), clMaroon());
+}
+
+TEST_F(CargaTest, FirstProvinceItemGivesNoProvinceForTheLookUps) {
+  auto c = f.creaControlador(alias());
+  // No province by code or name: the combo keeps its empty first item.
+  f.provincia->setCurrentIndex(0);
+  c->CargaEnComponentes("77", "NINGUNA", "SOBRADO", "", "", "", "", "");
+  EXPECT_EQ(f.provincia->currentIndex(), 0);
+  EXPECT_EQ(f.codIne->text(), "");  // SOBRADO exists in 15 and 28, but no province matched ""
+  EXPECT_EQ(f.codPostal->text(), "");
+}
+
+TEST_F(CargaTest, EmptyStreetTypeAndNumberStillRunTheTypeSearchAndTheNumberExit) {
+  auto c = f.creaControlador(alias());
+  f.tipoVia->setCurrentIndex(2);
+  f.codPostal->setText("X");
+  c->CargaEnComponentes("28", "MADRID", "MADRID", "28079", "", "", "", "");
+  // The type search ran with an empty code: nothing chosen anew.
+  EXPECT_EQ(f.tipoVia->currentIndex(), 2);
+  // The number exit ran: number 1 of the street the table stands on.
+  EXPECT_EQ(f.numero->text(), "");
+  EXPECT_EQ(f.codPostal->text(), "28001");
+}
+
+TEST_F(CargaTest, ShortFormChoosesCountryProvinceAndLocality) {
+  auto c = f.creaControlador(alias());
+  c->CargaEnComponentes(" ESPAÑA ", "BARCELONA", "BARCELONA");
+  EXPECT_EQ(f.pais->currentText(), "ESPAÑA [900]");
+  EXPECT_TRUE(f.provincia->isEnabled());
+  EXPECT_EQ(f.provincia->currentText(), "BARCELONA [8]");
+  EXPECT_EQ(f.localidad->text(), "BARCELONA");
+  EXPECT_EQ(f.codIne->text(), "08019");
+}
+
+TEST_F(CargaTest, ShortFormWithACountryNotInTheListEndsInTheListsIndexError) {
+  auto c = f.creaControlador(alias());
+  EXPECT_THROW(c->CargaEnComponentes("ATLANTIDA", "", ""), EListError);
+}
+
+TEST_F(CargaTest, BoundConstructorShowsItsDefaultAddress) {
+  TClaseCodPostales c(&f.ventana, alias(), true, f.panelBotones, f.provincia, f.localidad, f.rejillaLocalidad,
+                      f.domicilio, f.rejillaDomicilio, f.numero, f.codPostal, f.codIne, f.tipoVia, f.pais, nullptr,
+                      nullptr, "8", "BARCELONA", "08019", "");
+  EXPECT_EQ(f.provincia->currentText(), "BARCELONA [8]");
+  EXPECT_EQ(f.localidad->text(), "BARCELONA");
+  EXPECT_EQ(f.codIne->text(), "08019");
+  EXPECT_EQ(f.codPostal->text(), "08001");
+  EXPECT_EQ(c.oDataModule->TPostal->TableName(), "POSTAL08.DBF");
+}
+
+TEST_F(CargaTest, LocalityEditIsRequired) {
+  TClaseCodPostales c(nullptr, alias(), false, "");
+  EXPECT_THROW(c.CargaEnComponentes("28", "MADRID", "GETAFE", "", "", "", "", ""), std::logic_error);
+}
