@@ -16,11 +16,14 @@
 // reach the host.
 #pragma once
 
+#include <QList>
 #include <QObject>
 #include <QPointer>
 #include <QString>
 #include <memory>
 #include <stdexcept>
+
+#include "SugerenciasLocalidad.h"
 
 class QComboBox;
 class QLineEdit;
@@ -107,6 +110,10 @@ class TClaseCodPostales {
   // as the host always cut it (see the definition).
   static QString NombreMunicipioConParentesis(const QString& psNombreMunicipio);
   void BuscaLocalidad();
+  // Ranked candidates for a locality the strict search does not find,
+  // tolerant of accents, articles and one or two typos, from every province
+  // (SugerenciasLocalidad.h). Changes no control and moves no table.
+  QList<SugerenciaLocalidad> SugiereLocalidades(const QString& texto, int maximo);
   void advELocalidadEnter(QObject* Sender);
   void advELocalidadExit(QObject* Sender);
   void advELocalidadKeyDown(QObject* Sender, int& Key, Qt::KeyboardModifiers Shift);
@@ -206,6 +213,9 @@ class TClaseCodPostales {
   void CompruebaLocalidad() const;
 
   std::unique_ptr<TEventosControles> oEventos;
+  // Built on the first suggestion, again when MUNICIPI.DBF grows.
+  std::unique_ptr<TIndiceLocalidades> oIndiceLocalidades;
+  int iFilasIndiceLocalidades = -1;
   // The data module and timers have the host's owner as parent, which may
   // free them first; these notice it.
   QPointer<TDMCodPostales> oDataModuleVivo;
