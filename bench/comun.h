@@ -1,0 +1,62 @@
+// What the engine benchmarks share: where the national data set is, a
+// temporary folder for the tables they write, the million-row street table,
+// the rows used as search keys and appended rows, and the latency
+// percentiles reported as counters.
+//
+// The data folder is, in order of preference: --datos=DIR on the command
+// line, the environment variable CODPOSTALES_BENCH_DATOS, or the national set
+// of the build tree the binary belongs to. The temporary folder is
+// --tmp=DIR / CODPOSTALES_BENCH_TMP, or a new folder under $TMPDIR; whatever
+// the benchmarks write there is removed at exit.
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace dbase {
+class DbfFile;
+}
+
+namespace bench {
+
+// The whole main(): reads and removes --datos= and --tmp= from the
+// arguments, checks the data set is there, registers the benchmarks, runs them.
+int principal(int argc, char** argv, void (*registra)());
+
+const std::string& datos();
+std::string municipi();        // datos()/MUNICIPI.DBF
+std::string mayorCallejero();  // the Postales/POSTALnn.DBF with most rows
+const std::string& temporal(); // this run's temporary folder
+
+// A street table of exactly `filas` rows in the temporary folder, made of the
+// province files one after the other, largest first. Made once per process;
+// named POSTAL00.DBF so that it gets the street tags.
+std::string callejeroDeFilas(size_t filas);
+// Copies a file into the temporary folder under `nombre` (overwriting).
+std::string copiaEnTemporal(const std::string& origen, const std::string& nombre);
+
+// The rows the append benchmarks take from the source table, the same for
+// every program in the comparison: row (i * 7919) % count + 1, i = 0..n-1.
+std::vector<uint32_t> filasParaAnadir(uint32_t count, size_t n);
+// n record numbers of live rows chosen at random (fixed seed).
+std::vector<uint32_t> filasAlAzar(const dbase::DbfFile& file, size_t n, uint64_t semilla = 20260101);
+
+// Nanoseconds between two instants of the steady clock.
+using Reloj = std::chrono::steady_clock;
+inline double ns(Reloj::time_point a, Reloj::time_point b) {
+  return std::chrono::duration<double, std::nano>(b - a).count();
+}
+
+// Sets p50_us, p90_us, p99_us and max_us (microseconds) from samples in ns.
+void ponPercentiles(benchmark::State& state, std::vector<double>& muestrasNs);
+
+// Fails the benchmark unless the file the weak pointer watches has been
+// released, so the next open really reads the file.
+bool compruebaLiberado(benchmark::State& state, const std::weak_ptr<dbase::DbfFile>& file);
+
+}  // namespace bench
