@@ -27,7 +27,17 @@ QString TField::AsString() const {
   if (calculated_) return table_->calcValue(index_);
   const char* record = table_->activeRecord();
   if (!record) return QString();
-  return qtext(dbase::fieldText(descriptor(), record, table_->file().codePage()));
+  const dbase::FieldDescriptor& f = descriptor();
+  if (f.type != dbase::FieldType::Logical) {
+    // ASCII text (nearly every value): straight to UTF-16, one allocation.
+    const std::string_view raw = f.type == dbase::FieldType::Character || f.type == dbase::FieldType::Memo
+                                     ? dbase::trimRight(dbase::fieldBytes(f, record))
+                                     : dbase::trimBlanks(dbase::fieldBytes(f, record));
+    bool ascii = true;
+    for (char c : raw) ascii &= static_cast<unsigned char>(c) < 0x80 && c != 0;
+    if (ascii) return QString::fromLatin1(raw.data(), qsizetype(raw.size()));
+  }
+  return qtext(dbase::fieldText(f, record, table_->file().codePage()));
 }
 
 double TField::AsFloat() const {

@@ -37,6 +37,14 @@ constexpr uint8_t kFieldEnd = 0x00;
 
 std::string_view trimTrailingBlanks(std::string_view bytes) {
   size_t n = bytes.size();
+  // Eight blanks at a time: fixed-width fields are mostly padding.
+  constexpr uint64_t kBlanks = 0x2020202020202020ull;
+  while (n >= 8) {
+    uint64_t w;
+    std::memcpy(&w, bytes.data() + n - 8, 8);
+    if (w != kBlanks) break;
+    n -= 8;
+  }
   while (n > 0 && bytes[n - 1] == ' ') --n;
   return bytes.substr(0, n);
 }

@@ -70,6 +70,17 @@ void blankField(const FieldDescriptor& f, char* record) { std::memset(record + f
 void setFieldNumber(const FieldDescriptor& f, char* record, double value, const std::string& subject) {
   if (!std::isfinite(value))
     throw Error(ErrorKind::InvalidArgument, subject, "valor no numérico para el campo " + f.name);
+  if (f.decimals == 0 && std::fabs(value) < 1e15 && value == std::trunc(value)) {
+    // Whole numbers (the common case): no printf.
+    char digits[24];
+    auto [end, ec] = std::to_chars(digits, digits + sizeof digits, static_cast<long long>(value));
+    const size_t n = size_t(end - digits);
+    if (ec == std::errc() && n <= f.length) {
+      std::memset(record + f.offset, ' ', f.length - n);
+      std::memcpy(record + f.offset + f.length - n, digits, n);
+      return;
+    }
+  }
   char text[128];
   int n = std::snprintf(text, sizeof text, "%*.*f", int(f.length), int(f.decimals), value);
   if (n < 0 || uint32_t(n) > f.length)

@@ -49,31 +49,80 @@ bool IndexTag::before(uint32_t a, uint32_t b) const {
   return c < 0 || (c == 0 && a < b);
 }
 
+namespace {
+
+struct Entry {
+  uint64_t word;  // 8 key bytes at the depth being sorted, big-endian, zero-padded
+  uint32_t recno;
+};
+
+}  // namespace
+
+uint64_t IndexTag::wordAt(uint32_t recno, size_t depth) const {
+  const size_t len = keyLength_[recno];
+  const char* k = arena_.data() + keyOffset_[recno];
+  uint64_t w = 0;
+  if (len >= depth + 8) {
+    std::memcpy(&w, k + depth, 8);
+    return __builtin_bswap64(w);
+  }
+  for (size_t i = depth; i < len; ++i) w |= uint64_t(uint8_t(k[i])) << (56 - 8 * (i - depth));
+  return w;
+}
+
+// Sorts entries [b, e), which share their first `depth` key bytes and are in
+// record-number order, into (key, recno) order: 8 key bytes at a time, so
+// most comparisons are integer ones and the keys are read sequentially.
+void IndexTag::sortFrom(void* begin, void* end, size_t depth) {
+  Entry* b = static_cast<Entry*>(begin);
+  Entry* e = static_cast<Entry*>(end);
+  while (e - b > 1) {
+    bool ordered = true, equal = true;
+    b->word = wordAt(b->recno, depth);
+    for (Entry* p = b + 1; p < e; ++p) {
+      p->word = wordAt(p->recno, depth);
+      ordered &= p[-1].word <= p->word;
+      equal &= p->word == b->word;
+    }
+    if (!ordered)
+      std::sort(b, e, [](const Entry& x, const Entry& y) { return x.word != y.word ? x.word < y.word : x.recno < y.recno; });
+    auto settle = [&](Entry* gb, Entry* ge) -> Entry* {
+      // Equal words: keys that end within them first (shorter first, then by
+      // recno), then the ones that go on; returns where those start.
+      Entry* cont = std::stable_partition(gb, ge, [&](const Entry& x) { return keyLength_[x.recno] <= depth + 8; });
+      std::stable_sort(gb, cont, [&](const Entry& x, const Entry& y) { return keyLength_[x.recno] < keyLength_[y.recno]; });
+      return cont;
+    };
+    if (equal) {
+      b = settle(b, e);
+      depth += 8;
+      continue;
+    }
+    for (Entry* g = b; g < e;) {
+      Entry* h = g + 1;
+      while (h < e && h->word == g->word) ++h;
+      if (h - g > 1) sortFrom(settle(g, h), h, depth + 8);
+      g = h;
+    }
+    return;
+  }
+}
+
 void IndexTag::build() {
   const uint32_t count = file_.recordCount();
   arena_.clear();
   liveBytes_ = 0;
   keyOffset_.assign(size_t(count) + 1, 0);
   keyLength_.assign(size_t(count) + 1, 0);
-  // Sort on an 8-byte prefix first; the full keys settle only the ties.
-  struct Entry {
-    uint64_t prefix;
-    uint32_t recno;
-  };
   std::vector<Entry> entries;
   entries.reserve(count);
   for (uint32_t r = 1; r <= count; ++r) {
     if (file_.isDeleted(r)) continue;
     storeKey(r, file_.record(r));
-    std::string_view k = storedKey(r);
-    uint64_t prefix = 0;
-    for (size_t i = 0; i < 8; ++i) prefix = (prefix << 8) | (i < k.size() ? uint8_t(k[i]) : 0);
-    entries.push_back({prefix, r});
+    entries.push_back({0, r});
+    if (entries.size() == 1024) arena_.reserve(arena_.size() / 1024 * 9 / 8 * count + 4096);  // from the first keys
   }
-  std::sort(entries.begin(), entries.end(), [this](const Entry& a, const Entry& b) {
-    if (a.prefix != b.prefix) return a.prefix < b.prefix;
-    return before(a.recno, b.recno);
-  });
+  sortFrom(entries.data(), entries.data() + entries.size(), 0);
   chunks_.clear();
   const size_t per = kMaxChunk / 2;
   for (size_t i = 0; i < entries.size(); i += per) {
@@ -174,18 +223,28 @@ void IndexTag::insertOrdered(uint32_t recno) {
     std::vector<uint32_t> upper(chunk.begin() + long(chunk.size() / 2), chunk.end());
     chunk.resize(chunk.size() / 2);
     chunks_.insert(chunks_.begin() + long(c) + 1, std::move(upper));
+    startsDirty_ = true;  // a new chunk: recount
   }
   ++size_;
-  startsDirty_ = true;
+  if (startsDirty_ || chunkStart_.size() != chunks_.size()) {
+    startsDirty_ = true;
+    return;
+  }
+  for (size_t k = c + 1; k < chunkStart_.size(); ++k) ++chunkStart_[k];
 }
 
 void IndexTag::removeOrdered(uint32_t recno) {
   auto [c, i] = locate(storedKey(recno), recno);
   if (c == chunks_.size() || chunks_[c][i] != recno) return;
   chunks_[c].erase(chunks_[c].begin() + long(i));
-  if (chunks_[c].empty()) chunks_.erase(chunks_.begin() + long(c));
   --size_;
-  startsDirty_ = true;
+  if (chunks_[c].empty()) {
+    chunks_.erase(chunks_.begin() + long(c));
+    startsDirty_ = true;
+    return;
+  }
+  if (startsDirty_) return;
+  for (size_t k = c + 1; k < chunkStart_.size(); ++k) --chunkStart_[k];
 }
 
 void IndexTag::insert(uint32_t recno) {

@@ -41,6 +41,8 @@ class IndexTag {
   static constexpr size_t kMaxChunk = 1024;
   void ensureBuilt();
   void build();
+  uint64_t wordAt(uint32_t recno, size_t depth) const;
+  void sortFrom(void* begin, void* end, size_t depth);
   void storeKey(uint32_t recno, const char* record);
   void insertOrdered(uint32_t recno);
   void removeOrdered(uint32_t recno);
