@@ -133,6 +133,7 @@ void TClaseCodPostales::EntraEnRejilla(QTableView* rejilla, int Key) {
   TTable* tabla = TablaDe(rejilla);
   if (!rejilla->isVisible() && tabla && !tabla->IsEmpty()) MuestraRejilla(rejilla, true);
   SetTag(rejilla, 1);
+  MuestraFilaActual(rejilla);
   if (bHazCambioFoco) HazSetFocus(rejilla);
 }
 

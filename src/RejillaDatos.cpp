@@ -8,6 +8,7 @@
 namespace {
 
 const char* const kAnchosDeColumna = "codpostalesAnchosDeColumna";
+const char* const kFilaPendiente = "codpostalesFilaPendiente";
 
 void muestraFila(QTableView* rejilla, int fila) {
   if (fila < 0 || !rejilla->model() || fila >= rejilla->model()->rowCount()) return;
@@ -28,6 +29,10 @@ TTable* TablaDe(const QTableView* rejilla) {
   return fuente ? fuente->DataSet() : nullptr;
 }
 
+void MuestraFilaActual(QTableView* rejilla) {
+  if (TDataSource* fuente = FuenteDe(rejilla)) muestraFila(rejilla, fuente->CurrentRow());
+}
+
 void DesenlazaRejilla(QTableView* rejilla) {
   if (!rejilla || !rejilla->model()) return;
   QVariantList anchos;
@@ -45,11 +50,22 @@ void EnlazaRejilla(QTableView* rejilla, TDataSource* fuente) {
   rejilla->setModel(fuente);
   const QVariantList anchos = rejilla->property(kAnchosDeColumna).toList();
   for (int c = 0; c < anchos.size() && c < fuente->columnCount(); ++c) rejilla->setColumnWidth(c, anchos[c].toInt());
-  // The table's row is the grid's row, both ways.
-  QObject::connect(fuente, &TDataSource::currentRowChanged, rejilla,
-                   [rejilla](int fila) { muestraFila(rejilla, fila); });
-  QObject::connect(fuente, &QAbstractItemModel::modelReset, rejilla,
-                   [rejilla, fuente] { muestraFila(rejilla, fuente->CurrentRow()); });
+  // The table's row is the grid's row, both ways. A walk over the table
+  // moves its row many times in one handler: the grid shows where it ended,
+  // once the handler has returned.
+  auto siguelaTabla = [rejilla, fuente] {
+    if (rejilla->property(kFilaPendiente).toBool()) return;
+    rejilla->setProperty(kFilaPendiente, true);
+    QMetaObject::invokeMethod(
+        rejilla,
+        [rejilla, fuente] {
+          rejilla->setProperty(kFilaPendiente, false);
+          if (rejilla->model() == fuente) muestraFila(rejilla, fuente->CurrentRow());
+        },
+        Qt::QueuedConnection);
+  };
+  QObject::connect(fuente, &TDataSource::currentRowChanged, rejilla, siguelaTabla);
+  QObject::connect(fuente, &QAbstractItemModel::modelReset, rejilla, siguelaTabla);
   QObject::connect(rejilla->selectionModel(), &QItemSelectionModel::currentRowChanged, fuente,
                    [fuente](const QModelIndex& actual) { fuente->SetCurrentRow(actual.row()); });
   muestraFila(rejilla, fuente->CurrentRow());

@@ -8,6 +8,10 @@ class TDataSource;
 class TTable;
 
 void EnlazaRejilla(QTableView* rejilla, TDataSource* fuente);
+// The grid follows the table's row once the handler that moved it has
+// returned; this brings it there at once (before the grid takes the focus,
+// which would otherwise pick its first row).
+void MuestraFilaActual(QTableView* rejilla);
 // "Data source none": the grid shows nothing.
 void DesenlazaRejilla(QTableView* rejilla);
 // The data source the grid shows, and its table (null when unbound).

@@ -278,3 +278,25 @@ TEST_F(LocalidadTest, SampleDataCompletesMadrid) {
   ASSERT_EQ(g.rejillaDomicilio->model(), muestra->oDataModule->DSPostal);
   EXPECT_GT(g.rejillaDomicilio->model()->rowCount(), 100);
 }
+
+TEST_F(LocalidadTest, GridHighlightsTheRowTheSearchReached) {
+  f.eligeProvincia("MADRID [28]");
+  Formulario::teclea(f.localidad, "GET");
+  QApplication::processEvents();
+  const QModelIndex actual = f.rejillaLocalidad->currentIndex();
+  ASSERT_TRUE(actual.isValid());
+  EXPECT_EQ(actual.row(), c->oDataModule->TMunicipi->CurrentIndex());
+  EXPECT_EQ(f.rejillaLocalidad->model()->index(actual.row(), 0).data().toString(), "GETAFE");
+}
+
+TEST_F(LocalidadTest, ClickingARowOfTheGridMovesTheTable) {
+  f.eligeProvincia("MADRID [28]");
+  Formulario::teclea(f.localidad, "A");
+  QApplication::processEvents();
+  const int fila = f.rejillaLocalidad->model()->rowCount() - 1;
+  const QRect celda = f.rejillaLocalidad->visualRect(f.rejillaLocalidad->model()->index(fila, 0));
+  ASSERT_TRUE(celda.isValid());
+  QTest::mouseClick(f.rejillaLocalidad->viewport(), Qt::LeftButton, {}, celda.center());
+  EXPECT_EQ(c->oDataModule->TMunicipi->CurrentIndex(), fila);
+  EXPECT_EQ(QApplication::focusWidget(), f.rejillaLocalidad);  // the mouse-down handler took it there
+}
