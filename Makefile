@@ -22,7 +22,8 @@ test: bootstrap
 	cmake --build $(BUILD)/test -j $(JOBS)
 	cd $(BUILD)/test && QT_QPA_PLATFORM=offscreen ctest --output-on-failure -j $(JOBS)
 
-bench: bootstrap
+bench:
+	@scripts/bootstrap --bench
 	cmake -S . -B $(BUILD)/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DCODPOSTALES_TESTS=OFF -DCODPOSTALES_BENCH=ON
 	cmake --build $(BUILD)/bench -j $(JOBS)
 	bench/run $(BUILD)/bench
