@@ -1,10 +1,10 @@
 # The two commands of the README, and the benchmarks.
-#   make run    bootstrap, build, and list one province's municipalities of the sample data
+#   make run    bootstrap, build, and open the demo host form on the sample data
+#               (offscreen without a display: it types an address and prints the form)
 #   make test   bootstrap, build with AddressSanitizer and UBSan, run ctest
 #   make bench  bootstrap, build optimised, generate the national data set, run bench/
 JOBS ?= $(shell nproc)
 BUILD ?= build
-PROVINCIA ?= 08
 
 .PHONY: run test bench bootstrap clean
 
@@ -14,8 +14,7 @@ bootstrap:
 run: bootstrap
 	cmake -S . -B $(BUILD)/release -G Ninja -DCMAKE_BUILD_TYPE=Release -DCODPOSTALES_TESTS=OFF
 	cmake --build $(BUILD)/release -j $(JOBS)
-	$(BUILD)/release/bin/codpostales tabla data/muestra/MUNICIPI.DBF --orden NOMBRE \
-	  --filtro "COD_PROV='$(PROVINCIA)' AND ENT_MENOR='F'" --campos COD_INE,CODPOSTAL,NOMBRE
+	$(BUILD)/release/bin/zelmor-demo
 
 test: bootstrap
 	cmake -S . -B $(BUILD)/test -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCODPOSTALES_SANITIZE=ON

@@ -271,11 +271,13 @@ void TClaseCodPostales::CargaValoresPorDefecto(const QString& psDefectoCodProvin
                      QString(), QString(), QString());
 }
 
-// Entering or leaving the street-type combo posts it a Home key, so its text
-// shows from the start. The combo is recognised by its name.
+// Entering or leaving the street-type combo posts it a Home key, so the text
+// of its edit part shows from the start. The combo is recognised by its name.
+// A combo without an edit part would take Home for its first item and lose
+// the user's choice, so it gets none.
 void TClaseCodPostales::MuestraInicioDelTipoVia(QObject* Sender) {
   auto* combo = qobject_cast<QComboBox*>(Sender);
-  if (combo && oadvCBTipoVia && combo->objectName() == oadvCBTipoVia->objectName())
+  if (combo && oadvCBTipoVia && combo->isEditable() && combo->objectName() == oadvCBTipoVia->objectName())
     QCoreApplication::postEvent(oadvCBTipoVia, new QKeyEvent(QEvent::KeyPress, Qt::Key_Home, Qt::NoModifier));
 }
 

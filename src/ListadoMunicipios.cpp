@@ -28,7 +28,7 @@ namespace {
 
 // Share of the grid's width each column takes: name, province, postcode,
 // INE code, municipality it belongs to.
-constexpr int kPartesColumna[] = {34, 20, 11, 11, 24};
+constexpr int kPartesColumna[] = {30, 17, 14, 12, 27};
 
 }  // namespace
 
@@ -245,6 +245,7 @@ void TFListadoMunicipios::advELocalidadKeyUp(QObject* Sender, int& Key) {
 
 void TFListadoMunicipios::showEvent(QShowEvent* event) {
   QDialog::showEvent(event);
+  FormResize();  // the grid has its width only now that the form is laid out
   FormShow();
 }
 

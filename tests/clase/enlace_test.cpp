@@ -138,6 +138,18 @@ TEST_F(EnlaceTest, EnteringTheStreetTypeComboPostsOneHomeKey) {
   EXPECT_EQ(tipo.cuenta, 2);  // leaving it posts one more
 }
 
+TEST_F(EnlaceTest, StreetTypeComboWithoutAnEditPartGetsNoHomeKey) {
+  f.tipoVia->setEditable(false);
+  auto c = f.creaControlador(alias());
+  f.tipoVia->setCurrentIndex(3);
+  ContadorTeclaInicio tipo(f.tipoVia);
+  Formulario::enfoca(f.tipoVia);
+  Formulario::enfoca(f.codPostal);
+  QApplication::processEvents();
+  EXPECT_EQ(tipo.cuenta, 0);
+  EXPECT_EQ(f.tipoVia->currentIndex(), 3);  // the user's choice stays
+}
+
 TEST_F(EnlaceTest, EnteringAnotherComboPostsNothing) {
   auto c = f.creaControlador(alias());
   ContadorTeclaInicio tipo(f.tipoVia), pais(f.pais), provincia(f.provincia);

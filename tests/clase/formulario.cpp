@@ -22,6 +22,7 @@ Formulario::Formulario() {
   codPostal = nuevo(new QLineEdit, "advECodPostal");
   codIne = nuevo(new QLineEdit, "advECodINE");
   tipoVia = nuevo(new QComboBox, "advCBTipoVia");
+  tipoVia->setEditable(true);  // as the host's: its text is an edit
   otroControl = nuevo(new QLineEdit, "advEOtro");
   panelBotones = nuevo(new QWidget, "advPBotones");
   barraEstado = new QStatusBar(panelBotones);

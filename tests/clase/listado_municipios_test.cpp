@@ -167,6 +167,12 @@ TEST_F(ListadoTest, FocusShowsTheControlsHintInTheStatusBar) {
 
 TEST_F(ListadoTest, ColumnsShareTheGridsWidth) {
   auto d = abre();
+  auto anchoTotal = [&] {
+    int total = 0;
+    for (int c = 0; c < 5; ++c) total += d->DBGListadoMunicipios->columnWidth(c);
+    return total;
+  };
+  EXPECT_EQ(anchoTotal(), d->DBGListadoMunicipios->viewport()->width());  // from the first show
   d->resize(900, 500);
   QApplication::processEvents();
   int total = 0;
