@@ -54,12 +54,7 @@ TEST_F(CargaTest, EmptyLocalityStillFillsTheIneButNotThePostcode) {
   EXPECT_EQ(f.codIne->text(), "");
   EXPECT_EQ(f.codPostal->text(), "");
   // With a municipality named blank in the province, the INE edit gets its code.
-  TTable* m = c->oDataModule->TMunicipiAux;
-  m->Append();
-  m->FieldByName("COD_INE")->SetAsString("28999");
-  m->FieldByName("CODPOSTAL")->SetAsString("28999");
-  m->FieldByName("COD_PROV")->SetAsString("28");
-  m->Post();
+  anadeMunicipio(c->oDataModule->TMunicipiAux, {"28999", "", "28", "28999"});
   c->CargaEnComponentes("28", "MADRID", "", "", "", "", "", "");
   EXPECT_EQ(f.codIne->text(), "28999");
   EXPECT_EQ(f.codPostal->text(), "");

@@ -16,13 +16,6 @@ using namespace testsupport;
 
 namespace {
 
-std::vector<dbase::FieldSpec> camposCalle() {
-  return {charField("VIA", 45),       charField("TIPO_VIA", 5),  numField("IMPAR_INI", 5), numField("IMPAR_FIN", 5),
-          numField("PAR_INI", 5),     numField("PAR_FIN", 5),    charField("CODPOSTAL", 5), charField("CAPITAL", 1),
-          charField("PROVINCIA", 30), charField("MUNICIPI", 30), charField("COD_INE", 5),  charField("NOMBRE_2", 45),
-          charField("CODIGO1", 8)};
-}
-
 Row tramo(const std::string& via, const std::string& tipo, const std::string& impar, const std::string& par,
           const std::string& cp, const std::string& codigo = "00000007") {
   auto guion = impar.find('-'), guion2 = par.find('-');

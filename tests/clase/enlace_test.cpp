@@ -20,6 +20,16 @@ class EnlaceTest : public ::testing::Test {
  protected:
   void SetUp() override { escribeJuegoDeReferencia(dir.path()); }
   QString alias() const { return QString::fromStdString(dir.path()); }
+  // The balloon up, the focus on `foco`, and the message timer run for real
+  // (at a short interval).
+  void disparaTemporizadorDeMensajes(TClaseCodPostales& c, QWidget* foco) {
+    Formulario::enfoca(foco);
+    f.globo->Tag = 1;
+    f.globo->ShowMessage("SOBRADO (CORUÑA (A))", QPoint(10, 10));
+    c.oTMensajes->setInterval(20);
+    c.oTMensajes->start();
+    QTest::qWait(200);
+  }
   TempDir dir;
   Formulario f;
 };
@@ -183,35 +193,19 @@ TEST_F(EnlaceTest, ControlsOutsideStreetModeGetOnlyTheFocusLook) {
 }
 
 TEST_F(EnlaceTest, MessageTimerHidesTheBalloonWhenTheLocalityEditHasNoFocus) {
-  TClaseCodPostales c(&f.ventana, alias(), false, "");
-  TLMDMessageHint globo(&f.ventana);
-  c.Carga(f.panelBotones, f.provincia, f.localidad, f.rejillaLocalidad, f.domicilio, f.rejillaDomicilio, f.numero,
-          f.codPostal, f.codIne, f.tipoVia, f.pais, nullptr, nullptr, &globo, "", "", "", "");
-  Formulario::enfoca(f.codPostal);
-  globo.Tag = 1;
-  globo.ShowMessage("SOBRADO (CORUÑA (A))", QPoint(10, 10));
-  c.oTMensajes->setInterval(20);
-  c.oTMensajes->start();
-  QTest::qWait(200);
-  EXPECT_FALSE(globo.IsShowing());
-  EXPECT_EQ(globo.Tag, 0);
-  EXPECT_FALSE(c.oTMensajes->isActive());
+  auto c = f.creaControladorConGlobo(alias());
+  disparaTemporizadorDeMensajes(*c, f.codPostal);
+  EXPECT_FALSE(f.globo->IsShowing());
+  EXPECT_EQ(f.globo->Tag, 0);
+  EXPECT_FALSE(c->oTMensajes->isActive());
 }
 
 TEST_F(EnlaceTest, MessageTimerKeepsTheBalloonWhileTheUserTypesTheLocality) {
-  TClaseCodPostales c(&f.ventana, alias(), false, "");
-  TLMDMessageHint globo(&f.ventana);
-  c.Carga(f.panelBotones, f.provincia, f.localidad, f.rejillaLocalidad, f.domicilio, f.rejillaDomicilio, f.numero,
-          f.codPostal, f.codIne, f.tipoVia, f.pais, nullptr, nullptr, &globo, "", "", "", "");
-  Formulario::enfoca(f.localidad);
-  globo.Tag = 1;
-  globo.ShowMessage("SOBRADO (CORUÑA (A))", QPoint(10, 10));
-  c.oTMensajes->setInterval(20);
-  c.oTMensajes->start();
-  QTest::qWait(200);
-  EXPECT_TRUE(globo.IsShowing());
-  EXPECT_EQ(globo.Tag, 1);
-  EXPECT_FALSE(c.oTMensajes->isActive());  // one shot in every case
+  auto c = f.creaControladorConGlobo(alias());
+  disparaTemporizadorDeMensajes(*c, f.localidad);
+  EXPECT_TRUE(f.globo->IsShowing());
+  EXPECT_EQ(f.globo->Tag, 1);
+  EXPECT_FALSE(c->oTMensajes->isActive());  // one shot in every case
 }
 
 TEST_F(EnlaceTest, CargaBindsAHeadlessControllerAndCreatesItsTimers) {

@@ -86,6 +86,16 @@ bool ContadorTeclaInicio::eventFilter(QObject*, QEvent* event) {
   return false;
 }
 
+void anadeMunicipio(TTable* municipios, const Municipio& m) {
+  municipios->Append();
+  municipios->FieldByName("COD_INE")->SetAsString(m.codIne);
+  municipios->FieldByName("NOMBRE")->SetAsString(m.nombre);
+  municipios->FieldByName("COD_PROV")->SetAsString(m.codProv);
+  municipios->FieldByName("CODPOSTAL")->SetAsString(m.codPostal);
+  municipios->FieldByName("ENT_MENOR")->SetAsBoolean(m.entidadMenor);
+  municipios->Post();
+}
+
 QStringList nombres(TTable* tabla, const char* campo) {
   QStringList out;
   for (tabla->First(); !tabla->Eof(); tabla->Next()) out << tabla->FieldByName(campo)->AsString();

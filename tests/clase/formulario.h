@@ -68,6 +68,13 @@ class ContadorTeclaInicio : public QObject {
   bool eventFilter(QObject* watched, QEvent* event) override;
 };
 
+// Appends a place to MUNICIPI.DBF through one of the controller's cursors.
+struct Municipio {
+  QString codIne, nombre, codProv, codPostal;
+  bool entidadMenor = false;
+};
+void anadeMunicipio(TTable* municipios, const Municipio& m);
+
 // Municipality or street names of a table's view, in order.
 QStringList nombres(TTable* tabla, const char* campo);
 

@@ -49,22 +49,13 @@ TEST(NombreMunicipioConParentesis, ArticlesAreTriedInTheirOrder) {
 }
 
 TEST_F(LocalidadTest, NameWithElIsFoundInItsBracketedForm) {
-  TTable* m = c->oDataModule->TMunicipi;
-  m->Append();
-  m->FieldByName("COD_INE")->SetAsString("28082");
-  m->FieldByName("NOMBRE")->SetAsString("MOLAR (EL)");
-  m->FieldByName("COD_PROV")->SetAsString("28");
-  m->Post();
+  anadeMunicipio(c->oDataModule->TMunicipi, {"28082", "MOLAR (EL)", "28"});
   EXPECT_TRUE(c->BuscaLocalidadPorNombre("EL MOLAR", true));
   EXPECT_EQ(c->oDataModule->TMunicipiNOMBRE->AsString(), "MOLAR (EL)");
 }
 
 TEST_F(LocalidadTest, NameWithLosIsTriedRewrittenThenAsTyped) {
-  TTable* m = c->oDataModule->TMunicipi;
-  m->Append();
-  m->FieldByName("COD_INE")->SetAsString("28130");
-  m->FieldByName("NOMBRE")->SetAsString("LOS SANTOS");
-  m->Post();
+  anadeMunicipio(c->oDataModule->TMunicipi, {"28130", "LOS SANTOS"});
   // " SANTO (LOS)" is not in the table; the name as typed is.
   EXPECT_TRUE(c->BuscaLocalidadPorNombre("LOS SANTOS", true));
   EXPECT_EQ(c->oDataModule->TMunicipiNOMBRE->AsString(), "LOS SANTOS");

@@ -48,13 +48,7 @@ TEST_F(ModuloDatosTest, MinorEntityShowsItsMunicipalityInBrackets) {
 TEST_F(ModuloDatosTest, MinorEntityListedBeforeItsMunicipalityRowWalksToIt) {
   // ESPARTALES is written after ALCALA DE HENARES; add one written before it.
   TClaseCodPostales c(nullptr, alias(), false, "");
-  TTable* m = c.oDataModule->TMunicipiSinFiltro;
-  m->Append();
-  m->FieldByName("COD_INE")->SetAsString("15030");
-  m->FieldByName("NOMBRE")->SetAsString("ELVIÑA");
-  m->FieldByName("COD_PROV")->SetAsString("15");
-  m->FieldByName("ENT_MENOR")->SetAsBoolean(true);
-  m->Post();
+  anadeMunicipio(c.oDataModule->TMunicipiSinFiltro, {"15030", "ELVIÑA", "15", "", true});
   situa(c.oDataModule, "ELVIÑA");
   EXPECT_EQ(c.oDataModule->TMunicipiccNOMBRE_COMPLETO->AsString(), "ELVIÑA --> [CORUÑA (A)]");
 }

@@ -102,13 +102,7 @@ TEST_F(SugerenciasTest, OneOrTwoLettersWrong) {
 TEST_F(SugerenciasTest, MunicipalitiesComeBeforeMinorEntities) {
   // A minor entity GETAFEE beside the municipality GETAFE: both one letter
   // away from GETAFEX.
-  TTable* m = c->oDataModule->TMunicipiSinFiltro;
-  m->Append();
-  m->FieldByName("COD_INE")->SetAsString("28005");
-  m->FieldByName("NOMBRE")->SetAsString("GETAFEE");
-  m->FieldByName("COD_PROV")->SetAsString("28");
-  m->FieldByName("ENT_MENOR")->SetAsBoolean(true);
-  m->Post();
+  anadeMunicipio(c->oDataModule->TMunicipiSinFiltro, {"28005", "GETAFEE", "28", "", true});
   const auto lista = c->SugiereLocalidades("GETAFEX", 5);
   ASSERT_EQ(lista.size(), 2);
   EXPECT_EQ(lista[0].Nombre, "GETAFE");
@@ -125,12 +119,7 @@ TEST_F(SugerenciasTest, AtMostTheNumberAskedAndNothingForNothing) {
 
 TEST_F(SugerenciasTest, NewRowsAreSeenOnTheNextSuggestion) {
   ASSERT_TRUE(c->SugiereLocalidades("PINTO", 5).isEmpty());
-  TTable* m = c->oDataModule->TMunicipiSinFiltro;
-  m->Append();
-  m->FieldByName("COD_INE")->SetAsString("28113");
-  m->FieldByName("NOMBRE")->SetAsString("PINTO");
-  m->FieldByName("COD_PROV")->SetAsString("28");
-  m->Post();
+  anadeMunicipio(c->oDataModule->TMunicipiSinFiltro, {"28113", "PINTO", "28"});
   EXPECT_EQ(nombresDe(c->SugiereLocalidades("PINTO", 5)), QStringList{"PINTO"});
 }
 

@@ -6,14 +6,14 @@
 
 namespace testsupport {
 
-namespace {
-
 std::vector<dbase::FieldSpec> camposCalle() {
   return {charField("VIA", 45),      charField("TIPO_VIA", 5),  numField("IMPAR_INI", 5), numField("IMPAR_FIN", 5),
           numField("PAR_INI", 5),    numField("PAR_FIN", 5),    charField("CODPOSTAL", 5), charField("CAPITAL", 1),
           charField("PROVINCIA", 30), charField("MUNICIPI", 30), charField("COD_INE", 5),  charField("NOMBRE_2", 45),
           charField("CODIGO1", 8)};
 }
+
+namespace {
 
 // PROVINCIA holds the province's two digits, as the street import writes it.
 Row calle(const std::string& via, const std::string& tipo, const std::string& cp, const std::string& municipio,

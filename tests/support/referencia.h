@@ -3,6 +3,9 @@
 #pragma once
 
 #include <string>
+#include <vector>
+
+#include "dbase/core/dbf_file.h"
 
 namespace testsupport {
 
@@ -18,5 +21,8 @@ struct OpcionesReferencia {
 // Streets of MADRID and GETAFE in POSTAL28, of BARCELONA in POSTAL08, and
 // one each of MADRID, TOLEDO and BARCELONA in POSTAL.DBF.
 void escribeJuegoDeReferencia(const std::string& carpeta, const OpcionesReferencia& opciones = {});
+
+// The fields of POSTAL.DBF and of the per-province street files.
+std::vector<dbase::FieldSpec> camposCalle();
 
 }  // namespace testsupport
