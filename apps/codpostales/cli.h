@@ -17,7 +17,7 @@ class DbfFile;
 namespace cli {
 
 inline constexpr int kSalidaBien = 0;
-inline constexpr int kSalidaNoEncontrado = 1;  // an exact search found nothing
+inline constexpr int kSalidaNoEncontrado = 1;  // an exact search or a search found nothing
 inline constexpr int kSalidaError = 2;
 
 // A fault of the command itself (bad option, missing value, bad input).
@@ -30,6 +30,12 @@ class ErrorDeUso : public std::runtime_error {
 // faults are thrown (ErrorDeUso, dbase::Error) and reported by main.
 int tabla(const std::vector<std::string>& args);
 int anadir(const std::vector<std::string>& args);
+// The searches of the address controller over an alias or folder: exit 1
+// when they find nothing.
+int municipio(const std::vector<std::string>& args);
+int sugerir(const std::vector<std::string>& args);
+int cp(const std::vector<std::string>& args);
+int ine(const std::vector<std::string>& args);
 
 // Spanish usage text.
 void muestraUso(std::FILE* salida);

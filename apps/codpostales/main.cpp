@@ -1,5 +1,6 @@
 // codpostales: command-line access to the dBase tables of the address
-// component. Each subcommand lives in a file of its own.
+// component and to the searches of its controller. Each subcommand lives in
+// a file of its own.
 #include <exception>
 #include <string>
 #include <vector>
@@ -23,6 +24,10 @@ int ejecuta(const std::vector<std::string>& args) {
   const std::vector<std::string> resto(args.begin() + 1, args.end());
   if (args[0] == "tabla") return cli::tabla(resto);
   if (args[0] == "anadir" || args[0] == "añadir") return cli::anadir(resto);
+  if (args[0] == "municipio") return cli::municipio(resto);
+  if (args[0] == "sugerir") return cli::sugerir(resto);
+  if (args[0] == "cp") return cli::cp(resto);
+  if (args[0] == "ine") return cli::ine(resto);
   throw cli::ErrorDeUso("orden desconocida: «" + args[0] + "» (codpostales --ayuda muestra las órdenes)");
 }
 
