@@ -256,31 +256,32 @@ bool CompiledFilter::matchesNumber(const Test& test, const char* field) {
   return d && d->negative == test.negative && d->integer == test.bytes && d->fraction == test.fraction;
 }
 
-bool CompiledFilter::matches(const char* record) const {
-  for (const Test& test : tests_) {
-    const char* field = record + test.offset;
-    switch (test.kind) {
-      case Test::Kind::Bytes: {
-        const size_t n = test.bytes.size();
-        if (n && std::memcmp(field, test.bytes.data(), n) != 0) return false;
-        for (size_t i = n; i < test.length; ++i)
-          if (field[i] != ' ' && field[i] != '\0') return false;
-        break;
-      }
-      case Test::Kind::Number:
-        if (!matchesNumber(test, field)) return false;
-        break;
-      case Test::Kind::Flag: {
-        const char c = field[0];
-        const bool isTrue = c == 'T' || c == 't' || c == 'Y' || c == 'y';
-        const bool isFalse = c == 'F' || c == 'f' || c == 'N' || c == 'n';
-        if (test.flag ? !isTrue : !isFalse) return false;
-        break;
-      }
-      case Test::Kind::Never:
-        return false;
+bool CompiledFilter::testMatches(const Test& test, const char* field) {
+  switch (test.kind) {
+    case Test::Kind::Bytes: {
+      const size_t n = test.bytes.size();
+      if (n && std::memcmp(field, test.bytes.data(), n) != 0) return false;
+      for (size_t i = n; i < test.length; ++i)
+        if (field[i] != ' ' && field[i] != '\0') return false;
+      return true;
     }
+    case Test::Kind::Number:
+      return matchesNumber(test, field);
+    case Test::Kind::Flag: {
+      const char c = field[0];
+      const bool isTrue = c == 'T' || c == 't' || c == 'Y' || c == 'y';
+      const bool isFalse = c == 'F' || c == 'f' || c == 'N' || c == 'n';
+      return test.flag ? isTrue : isFalse;
+    }
+    case Test::Kind::Never:
+      return false;
   }
+  return false;
+}
+
+bool CompiledFilter::matches(const char* record) const {
+  for (const Test& test : tests_)
+    if (!testMatches(test, record + test.offset)) return false;
   return true;
 }
 

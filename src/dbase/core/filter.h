@@ -54,6 +54,15 @@ class CompiledFilter {
   // record points at the first byte of a record (the deletion flag).
   bool matches(const char* record) const;
 
+  // The terms one at a time, for callers that test each distinct value of a
+  // field once instead of every row: term i reads termLength(i) bytes at
+  // termOffset(i) of the record, and matches(record) holds when every
+  // termMatches(i, record + termOffset(i)) does.
+  size_t termCount() const { return tests_.size(); }
+  uint32_t termOffset(size_t i) const { return tests_[i].offset; }
+  uint32_t termLength(size_t i) const { return tests_[i].length; }
+  bool termMatches(size_t i, const char* field) const { return testMatches(tests_[i], field); }
+
  private:
   struct Test {
     // Bytes: the field equals `bytes`; Number: the field reads as the decimal
@@ -72,6 +81,7 @@ class CompiledFilter {
     bool flag = false;
   };
   static bool matchesNumber(const Test& test, const char* field);
+  static bool testMatches(const Test& test, const char* field);
   std::vector<Test> tests_;
 };
 
