@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <optional>
 #include <random>
 
 #include "dbase/core/codepage.h"
@@ -10,6 +12,8 @@
 #include "dbase/core/dbf_file.h"
 #include "dbase/core/error.h"
 #include "dbase/core/field_value.h"
+#include "dbase/core/filter.h"
+#include "dbase/core/index_tag.h"
 #include "support/tables.h"
 #include "support/temp_dir.h"
 
@@ -311,4 +315,324 @@ TEST_F(CursorTest, LargeTableKeepsItsOrderThroughRandomAppendsAndEdits) {
   ASSERT_EQ(seen.size(), expected.size());
   for (size_t i = 0; i < seen.size(); ++i)
     ASSERT_EQ(table->collation().compare(seen[i], expected[i]), 0) << "at " << i;
+}
+
+// ---- views rebuilt lazily, from the rows that pass -------------------------
+
+TEST_F(CursorTest, OrderChangeKeepsTheRowOfAFilteredView) {
+  Cursor c(file);
+  c.setOrder(fields({"NOMBRE"}));
+  c.setFilter("COD_PROV=10");
+  ASSERT_TRUE(c.seek({"CHERA"}, true));
+  c.setOrder(fields({"HAB"}));  // CUENCA 2, DAIMIEL 10, CHERA 300
+  EXPECT_EQ(current(c), "CHERA");
+  EXPECT_EQ(c.position(), 2u);
+  EXPECT_FALSE(c.eof());
+  c.prior();
+  EXPECT_EQ(current(c), "DAIMIEL");
+  c.setOrder({});  // physical: CHERA, CUENCA, DAIMIEL
+  EXPECT_EQ(c.position(), 2u);
+  EXPECT_EQ(current(c), "DAIMIEL");
+}
+
+TEST_F(CursorTest, OrderChangeThenFilterChangeStartsAtTheFirstRowOfTheNewView) {
+  Cursor c(file);
+  c.setFilter("COD_PROV=33");
+  c.last();
+  c.setOrder(fields({"NOMBRE"}));
+  c.setFilter("COD_PROV=05");
+  EXPECT_TRUE(c.bof());
+  EXPECT_FALSE(c.eof());
+  EXPECT_EQ(current(c), "AVILA");
+  EXPECT_EQ(c.position(), 0u);
+  EXPECT_EQ(walk(c), (std::vector<std::string>{"AVILA", "ÁVILA"}));
+}
+
+TEST_F(CursorTest, RepeatedOrderChangesKeepTheRowAndTheEdgeStates) {
+  Cursor c(file);
+  c.setFilter("COD_PROV=28");
+  c.last();
+  ASSERT_TRUE(c.eof());
+  const uint32_t row = c.recno();
+  c.setOrder(fields({"NOMBRE"}));
+  c.setOrder(fields({"HAB"}));
+  c.setOrder(fields({"COD_INE"}));
+  EXPECT_EQ(c.recno(), row);
+  EXPECT_TRUE(c.eof());  // untouched by a change of order
+  EXPECT_EQ(c.count(), 2u);
+  EXPECT_EQ(c.position(), 0u);  // 28001 before 28079
+}
+
+TEST_F(CursorTest, EmptyFilteredViewStaysEmptyAcrossOrderChanges) {
+  Cursor c(file);
+  c.setFilter("COD_PROV=99");
+  c.setOrder(fields({"NOMBRE"}));
+  EXPECT_TRUE(c.empty());
+  EXPECT_EQ(c.recno(), 0u);
+  EXPECT_TRUE(c.eof());
+  EXPECT_TRUE(c.bof());
+  c.first();
+  EXPECT_EQ(c.record(), nullptr);
+}
+
+TEST_F(CursorTest, AppendsAfterAReorderJoinTheFilteredViewInTheNewOrder) {
+  Cursor c(file);
+  c.setFilter("COD_PROV=10");
+  ASSERT_EQ(c.count(), 3u);
+  c.setOrder(fields({"NOMBRE"}));
+  appendRow({"10005", "BAENA", "10", "7"});
+  appendRow({"28002", "ALCALA", "28", "7"});  // filtered out
+  EXPECT_EQ(c.count(), 4u);
+  EXPECT_EQ(walk(c), (std::vector<std::string>{"BAENA", "CUENCA", "CHERA", "DAIMIEL"}));
+  appendRow({"10006", "ZUERA", "10", "7"});
+  c.last();
+  EXPECT_EQ(current(c), "ZUERA");
+  c.setOrder({});
+  EXPECT_EQ(walk(c), (std::vector<std::string>{"CHERA", "CUENCA", "DAIMIEL", "BAENA", "ZUERA"}));
+}
+
+TEST_F(CursorTest, EditsAfterAReorderMoveRowsIntoAndOutOfTheFilter) {
+  Cursor c(file);
+  c.setFilter("COD_PROV=10");
+  c.setOrder(fields({"NOMBRE"}));
+  auto setProvince = [&](uint32_t recno, const char* province) {
+    std::string record(file->record(recno), file->recordLength());
+    setFieldText(file->field("COD_PROV"), record.data(), province, file->codePage(), "T");
+    file->update(recno, record);
+  };
+  setProvince(5, "10");   // BARCELONA joins
+  setProvince(10, "16");  // CUENCA leaves
+  EXPECT_EQ(c.count(), 3u);
+  EXPECT_EQ(walk(c), (std::vector<std::string>{"BARCELONA", "CHERA", "DAIMIEL"}));
+  c.setOrder(fields({"HAB"}));
+  setProvince(5, "08");
+  EXPECT_EQ(walk(c), (std::vector<std::string>{"DAIMIEL", "CHERA"}));
+}
+
+TEST_F(CursorTest, CurrentRowEditedOutOfTheFilterAfterAReorderLeavesTheCursorOnAViewRow) {
+  Cursor c(file);
+  c.setFilter("COD_PROV=10");
+  ASSERT_TRUE(c.gotoRecno(11));  // DAIMIEL
+  c.setOrder(fields({"NOMBRE"}));
+  std::string record(file->record(11), file->recordLength());
+  setFieldText(file->field("COD_PROV"), record.data(), "13", file->codePage(), "T");
+  file->update(11, record);
+  const uint32_t now = c.recno();
+  EXPECT_TRUE(now == 9u || now == 10u);  // CHERA or CUENCA
+  EXPECT_EQ(c.count(), 2u);
+  EXPECT_LT(c.position(), 2u);
+}
+
+TEST_F(CursorTest, DeletedRowsStayOutOfFilteredViewsInEveryOrder) {
+  Cursor c(file);
+  c.setFilter("COD_PROV=10");
+  std::string record(file->record(9), file->recordLength());  // CHERA
+  record[0] = '*';
+  file->update(9, record);
+  EXPECT_EQ(walk(c), (std::vector<std::string>{"CUENCA", "DAIMIEL"}));
+  c.setOrder(fields({"NOMBRE"}));
+  EXPECT_EQ(c.count(), 2u);
+  EXPECT_EQ(walk(c), (std::vector<std::string>{"CUENCA", "DAIMIEL"}));
+  record[0] = ' ';
+  file->update(9, record);
+  EXPECT_EQ(walk(c), (std::vector<std::string>{"CUENCA", "CHERA", "DAIMIEL"}));
+}
+
+TEST_F(CursorTest, AnotherProgramsEditIsNoticedByAFilteredViewAfterAReorder) {
+  Cursor c(file);
+  c.setFilter("COD_PROV=10");
+  c.setOrder(fields({"NOMBRE"}));
+  ASSERT_EQ(c.count(), 3u);
+  // Another program moves DAIMIEL (row 11) to province 28 and appends a row
+  // of province 10.
+  std::string bytes = readFile(dir.file("MUNICIPI.DBF"));
+  const size_t header = bytes.size() - 1 - size_t(file->recordCount()) * file->recordLength();
+  const auto& province = file->field("COD_PROV");
+  bytes.replace(header + 10 * file->recordLength() + province.offset, 2, "28");
+  std::string extra = file->blankRecord();
+  setFieldText(file->field("NOMBRE"), extra.data(), "ALMADEN", file->codePage(), "T");
+  setFieldText(province, extra.data(), "10", file->codePage(), "T");
+  bytes.insert(bytes.size() - 1, extra);
+  putU32(reinterpret_cast<unsigned char*>(bytes.data()) + 4, file->recordCount() + 1);
+  writeFile(dir.file("MUNICIPI.DBF"), bytes);
+  EXPECT_EQ(c.count(), 3u);
+  EXPECT_EQ(walk(c), (std::vector<std::string>{"ALMADEN", "CUENCA", "CHERA"}));
+}
+
+TEST_F(CursorTest, CountAndEmptinessAfterAReorderKeepTheRow) {
+  Cursor c(file);
+  c.setOrder(fields({"NOMBRE"}));
+  c.setFilter("COD_PROV=05");
+  c.setOrder(fields({"HAB"}));
+  EXPECT_FALSE(c.empty());
+  EXPECT_EQ(c.count(), 2u);
+  EXPECT_EQ(current(c), "AVILA");  // still the row setFilter went to
+  EXPECT_EQ(c.position(), 0u);     // 9 inhabitants before 58000
+}
+
+TEST_F(CursorTest, OrderChangeAfterTheLastRowWasDeletedElsewhereShowsAnEmptyView) {
+  Cursor c(file);
+  c.setFilter("COD_PROV=45");
+  ASSERT_EQ(c.recno(), 2u);
+  std::string record(file->record(2), file->recordLength());
+  record[0] = '*';
+  file->update(2, record);  // through another cursor, say
+  c.setOrder(fields({"NOMBRE"}));
+  EXPECT_TRUE(c.eof());
+  EXPECT_TRUE(c.bof());
+  EXPECT_EQ(c.recno(), 0u);
+}
+
+namespace {
+
+// A table bigger than the small fixture: NOMBRE unique and in reverse name
+// order, GRUPO "A" everywhere but one row.
+std::shared_ptr<DbfFile> bigTable(const std::string& dir, int rows, int odd) {
+  auto table = makeTable(dir, "BIG.DBF", {charField("NOMBRE", 10), charField("GRUPO", 1), numField("N", 6)}, {});
+  std::string records;
+  for (int i = 0; i < rows; ++i) {
+    std::string r = table->blankRecord();
+    char name[16];
+    std::snprintf(name, sizeof name, "N%06d", rows - i);
+    setFieldText(table->field("NOMBRE"), r.data(), name, table->codePage(), "B");
+    setFieldText(table->field("GRUPO"), r.data(), i == odd ? "B" : "A", table->codePage(), "B");
+    setFieldNumber(table->field("N"), r.data(), i + 1, "B");
+    records += r;
+  }
+  table->appendMany(records);
+  return table;
+}
+
+}  // namespace
+
+TEST(CursorViews, SinglePassingRowAtTheEndOfTheTagIsFound) {
+  TempDir dir;
+  auto table = bigTable(dir.path(), 6000, 0);  // row 1 holds the last name
+  Cursor c(table);
+  c.setOrder({0});
+  c.setFilter("GRUPO='B'");
+  EXPECT_FALSE(c.empty());
+  EXPECT_EQ(c.count(), 1u);
+  EXPECT_EQ(c.recno(), 1u);
+  EXPECT_TRUE(c.bof());
+  c.next();
+  EXPECT_TRUE(c.eof());
+  EXPECT_EQ(c.recno(), 1u);
+  c.setFilter("GRUPO='C'");
+  EXPECT_TRUE(c.empty());
+}
+
+namespace {
+
+// Random orders, filters, appends, edits and deletions, each followed by a
+// check against the plain definition of the view: the tag's rows (or the
+// file's) that are live and match the filter. The table starts with rows in
+// runs of `run` equal rows.
+void checkRandomChanges(int run, unsigned seed) {
+  TempDir dir;
+  auto table = makeTable(dir.path(), "R.DBF", {charField("PROV", 2), charField("NOMBRE", 8), numField("N", 6)}, {});
+  std::mt19937 random(seed);
+  const char* provinces[] = {"08", "8", " 8", "28", "10", "X"};
+  const char* names[] = {"MADRID", "ÁVILA", "AVILA", "CHERA", "CUENCA", "ZUERA"};
+  auto randomRecord = [&](int n) {
+    std::string r = table->blankRecord();
+    setFieldText(table->field("PROV"), r.data(), provinces[random() % 6], table->codePage(), "R");
+    setFieldText(table->field("NOMBRE"), r.data(), names[random() % 6], table->codePage(), "R");
+    setFieldNumber(table->field("N"), r.data(), n, "R");
+    return r;
+  };
+  std::string records;
+  for (int i = 0; i < 300; ++i)
+    records += i % run ? records.substr(records.size() - table->recordLength()) : randomRecord(i);
+  table->appendMany(records);
+
+  const std::vector<std::vector<int>> orders = {{}, {1}, {0, 1}, {2}, {0}};
+  const std::vector<std::string> filters = {"",       "PROV=8",      "PROV='08'", "PROV=8 AND NOMBRE='AVILA'",
+                                            "N=17",   "NOMBRE='ÁVILA'", "PROV='X'", "PROV=28 AND N=5"};
+  Cursor c(table);
+  size_t order = 0, filter = 0;
+  auto expected = [&] {
+    std::vector<uint32_t> rows;
+    if (orders[order].empty())
+      for (uint32_t r = 1; r <= table->recordCount(); ++r) rows.push_back(r);
+    else
+      table->tag(orders[order]).appendAll(rows);
+    std::optional<CompiledFilter> compiled;
+    FilterExpression e = parseFilter(filters[filter]);
+    if (!e.terms.empty()) compiled.emplace(e, table->fields(), table->codePage());
+    std::erase_if(rows, [&](uint32_t r) {
+      return table->isDeleted(r) || (compiled && !compiled->matches(table->record(r)));
+    });
+    return rows;
+  };
+
+  for (int step = 0; step < 400; ++step) {
+    const uint32_t before = c.recno();
+    const bool beforeEof = c.eof(), beforeBof = c.bof();
+    const int action = int(random() % 6);
+    switch (action) {
+      case 0:
+        order = random() % orders.size();
+        c.setOrder(orders[order]);
+        ASSERT_EQ(c.recno(), before) << "step " << step;  // the same rows: the row stays
+        ASSERT_EQ(c.eof(), beforeEof);
+        ASSERT_EQ(c.bof(), beforeBof);
+        break;
+      case 1:
+        filter = random() % filters.size();
+        c.setFilter(filters[filter]);
+        break;
+      case 2:
+        table->append(randomRecord(int(random() % 40)));
+        break;
+      case 3: {
+        const uint32_t r = 1 + uint32_t(random() % table->recordCount());
+        std::string record =
+            random() % 2 ? randomRecord(int(random() % 40)) : std::string(table->record(r), table->recordLength());
+        record[0] = random() % 4 == 0 ? '*' : ' ';
+        table->update(r, record);
+        break;
+      }
+      case 4:
+        c.next();
+        break;
+      default:
+        c.prior();
+        break;
+    }
+    const std::vector<uint32_t> rows = expected();
+    if (random() % 2) {
+      ASSERT_EQ(c.count(), rows.size()) << "step " << step;
+    }
+    ASSERT_EQ(c.empty(), rows.empty()) << "step " << step;
+    if (rows.empty()) {
+      ASSERT_EQ(c.recno(), 0u);
+      ASSERT_TRUE(c.eof() && c.bof());
+      continue;
+    }
+    const uint32_t now = c.recno();
+    auto at = std::find(rows.begin(), rows.end(), now);
+    ASSERT_NE(at, rows.end()) << "step " << step << ": row " << now << " is not in the view";
+    ASSERT_EQ(c.position(), size_t(at - rows.begin())) << "step " << step;
+    if (action == 1) {
+      ASSERT_EQ(now, rows.front()) << "step " << step;
+    }
+    if (step % 25 == 0) {
+      std::vector<uint32_t> seen;
+      for (c.first(); !c.eof(); c.next()) seen.push_back(c.recno());
+      ASSERT_EQ(seen, rows) << "step " << step;
+    }
+  }
+}
+
+}  // namespace
+
+TEST(CursorViews, RandomChangesOnRowsInRunsMatchThePlainDefinitionOfTheView) {
+  checkRandomChanges(30, 11);
+  checkRandomChanges(60, 12);
+}
+
+TEST(CursorViews, RandomChangesOnMixedRowsMatchThePlainDefinitionOfTheView) {
+  checkRandomChanges(1, 13);
+  checkRandomChanges(2, 14);
 }

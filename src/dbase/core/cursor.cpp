@@ -1,6 +1,8 @@
 #include "dbase/core/cursor.h"
 
 #include <algorithm>
+#include <bit>
+#include <cstring>
 
 #include "dbase/core/dbf_file.h"
 #include "dbase/core/error.h"
@@ -11,7 +13,14 @@ namespace dbase {
 
 namespace {
 constexpr size_t npos = size_t(-1);
+
+// Calls f(recno) for each set bit, in record order.
+template <class F>
+void forEachSet(const std::vector<uint64_t>& bits, F&& f) {
+  for (size_t w = 0; w < bits.size(); ++w)
+    for (uint64_t word = bits[w]; word; word &= word - 1) f(uint32_t(w * 64 + size_t(std::countr_zero(word))));
 }
+}  // namespace
 
 Cursor::Cursor(std::shared_ptr<DbfFile> file) : file_(std::move(file)) { first(); }
 
@@ -21,9 +30,13 @@ void Cursor::setOrder(const std::vector<int>& fields) {
   IndexTag* tag = fields.empty() ? nullptr : &file_->tag(fields);
   order_ = fields;
   tag_ = tag;
-  viewGeneration_ = 0;  // rebuild, keep the current row
+  // The same rows in another order: the current row stays, and the view is
+  // rebuilt and the row found in it when something needs them. Unless the
+  // file changed since the row was placed: then the edge states may change
+  // too, and callers read those without asking the cursor to catch up.
+  viewGeneration_ = 0;
   positionGeneration_ = 0;
-  revalidate();
+  if (rowGeneration_ != file_->generation()) revalidate();
 }
 
 void Cursor::setFilter(const std::string& text) {
@@ -32,7 +45,9 @@ void Cursor::setFilter(const std::string& text) {
   if (!expression.terms.empty()) compiled.emplace(expression, file_->fields(), file_->codePage());
   filterText_ = expression.terms.empty() ? std::string() : text;
   filter_ = std::move(compiled);
+  verdictsValid_ = false;
   viewGeneration_ = 0;
+  rowGeneration_ = 0;
   first();
 }
 
@@ -40,17 +55,71 @@ bool Cursor::passes(uint32_t recno) const {
   return !file_->isDeleted(recno) && (!filter_ || filter_->matches(file_->record(recno)));
 }
 
+// Tests every row.
+void Cursor::evaluateAll() {
+  const uint32_t rows = file_->recordCount();
+  passBits_.assign(size_t(rows) / 64 + 1, 0);
+  for (uint32_t r = 1; r <= rows; ++r)
+    if (passes(r)) passBits_[r >> 6] |= uint64_t(1) << (r & 63);
+  passCount_ = 0;
+  for (uint64_t word : passBits_) passCount_ += size_t(std::popcount(word));
+  verdictsValid_ = true;
+  verdictCount_ = rows;
+  verdictRewriteGeneration_ = file_->rewriteGeneration();
+}
+
+// Brings the bitmap up to the file: appended rows are tested one by one,
+// anything else tests every row again.
+void Cursor::syncVerdicts() {
+  const uint32_t rows = file_->recordCount();
+  if (!verdictsValid_ || verdictRewriteGeneration_ != file_->rewriteGeneration() || rows < verdictCount_)
+    return evaluateAll();
+  if (rows == verdictCount_) return;
+  passBits_.resize(size_t(rows) / 64 + 1, 0);
+  for (uint32_t r = verdictCount_ + 1; r <= rows; ++r)
+    if (passes(r)) {
+      passBits_[r >> 6] |= uint64_t(1) << (r & 63);
+      ++passCount_;
+    }
+  verdictCount_ = rows;
+}
+
 void Cursor::rebuildView() {
   materialised_ = filter_.has_value() || (!tag_ && file_->deletedCount() > 0);
   list_.clear();
   if (materialised_) {
-    if (tag_) {
-      tag_->appendAll(list_);
-      if (filter_) list_.erase(std::remove_if(list_.begin(), list_.end(), [this](uint32_t r) { return !passes(r); }),
-                               list_.end());
+    syncVerdicts();
+    if (!tag_) {
+      list_.reserve(passCount_);
+      forEachSet(passBits_, [&](uint32_t r) { list_.push_back(r); });
+    } else if (passCount_ * 16 < tag_->size()) {
+      // Few rows pass: sorting them beats walking the whole tag. Most
+      // comparisons are settled by the first 8 key bytes.
+      struct Entry {
+        uint64_t prefix;  // big-endian, zero-padded
+        std::string_view key;
+        uint32_t recno;
+      };
+      std::vector<Entry> entries;
+      entries.reserve(passCount_);
+      forEachSet(passBits_, [&](uint32_t r) {
+        std::string_view key = tag_->keyOf(r);
+        unsigned char bytes[8] = {};
+        std::memcpy(bytes, key.data(), std::min<size_t>(key.size(), 8));
+        uint64_t prefix = 0;
+        for (unsigned char byte : bytes) prefix = prefix << 8 | byte;
+        entries.push_back({prefix, key, r});
+      });
+      std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) {
+        if (a.prefix != b.prefix) return a.prefix < b.prefix;
+        int c = a.key.compare(b.key);
+        return c < 0 || (c == 0 && a.recno < b.recno);
+      });
+      list_.reserve(entries.size());
+      for (const Entry& e : entries) list_.push_back(e.recno);
     } else {
-      for (uint32_t r = 1; r <= file_->recordCount(); ++r)
-        if (passes(r)) list_.push_back(r);
+      tag_->appendAll(list_);
+      list_.erase(std::remove_if(list_.begin(), list_.end(), [this](uint32_t r) { return !verdict(r); }), list_.end());
     }
   }
   viewGeneration_ = file_->generation();
@@ -61,8 +130,9 @@ void Cursor::rebuildView() {
 // Only rows were appended since the view was built: add those that pass.
 void Cursor::extendView() {
   if (materialised_) {
+    syncVerdicts();
     for (uint32_t r = viewFileCount_ + 1; r <= file_->recordCount(); ++r) {
-      if (!passes(r)) continue;
+      if (!verdict(r)) continue;
       if (!tag_) {
         list_.push_back(r);
         continue;
@@ -91,7 +161,7 @@ void Cursor::revalidate() {
       extendView();
   }
   if (positionGeneration_ == file_->generation()) return;
-  positionGeneration_ = file_->generation();
+  positionGeneration_ = rowGeneration_ = file_->generation();
   const size_t size = viewSize();
   if (size == 0) {
     recno_ = 0;
@@ -103,6 +173,16 @@ void Cursor::revalidate() {
   if (at == npos) at = std::min(index_, size - 1);  // the row left the view: stay near
   index_ = at;
   recno_ = viewRecno(at);
+}
+
+// The size of the view without building it.
+size_t Cursor::liveSize() {
+  if (viewGeneration_ == file_->generation()) return viewSize();
+  if (filter_ || (!tag_ && file_->deletedCount() > 0)) {
+    syncVerdicts();
+    return passCount_;
+  }
+  return tag_ ? tag_->size() : file_->recordCount();
 }
 
 size_t Cursor::viewSize() {
@@ -149,7 +229,7 @@ void Cursor::moveTo(size_t index) {
   index_ = index;
   recno_ = viewRecno(index);
   eof_ = bof_ = false;
-  positionGeneration_ = file_->generation();
+  positionGeneration_ = rowGeneration_ = file_->generation();
 }
 
 void Cursor::refresh() {
@@ -194,17 +274,20 @@ void Cursor::prior() {
 bool Cursor::empty() { return count() == 0; }
 
 size_t Cursor::count() {
-  refresh();
-  return viewSize();
+  file_->syncWithDisk();
+  if (rowGeneration_ != file_->generation()) revalidate();
+  return liveSize();
 }
 
+// The row is known without the view while the file has not changed: a
+// change of order keeps it.
 uint32_t Cursor::recno() {
-  revalidate();
+  if (rowGeneration_ != file_->generation()) revalidate();
   return recno_;
 }
 
 const char* Cursor::record() {
-  revalidate();
+  if (rowGeneration_ != file_->generation()) revalidate();
   return recno_ ? file_->record(recno_) : nullptr;
 }
 

@@ -10,7 +10,10 @@
 //                    row (the cursor stays on it)
 //   before start     prior() on the first row     1st row   false  true
 // A filtered view is materialised once per change of order, filter or rows
-// (appends only extend it), so walking it never rescans the file.
+// (appends only extend it), so walking it never rescans the file. It is built
+// when a walk or a position first needs it, not when the order changes, and
+// from a bitmap of the rows that pass, which outlives changes of order: a
+// change of order re-tests no row, and counting a view builds nothing.
 #pragma once
 
 #include <cstdint>
@@ -75,6 +78,10 @@ class Cursor {
   size_t viewIndexOf(uint32_t recno);
   size_t viewLowerBound(const std::string& key);
   void moveTo(size_t index);
+  size_t liveSize();
+  void syncVerdicts();
+  void evaluateAll();
+  bool verdict(uint32_t recno) const { return (passBits_[recno >> 6] >> (recno & 63)) & 1; }
 
   std::shared_ptr<DbfFile> file_;
   std::vector<int> order_;
@@ -89,9 +96,18 @@ class Cursor {
   uint64_t viewRewriteGeneration_ = 0;
   uint32_t viewFileCount_ = 0;
 
+  // Which records pass (live, and the filter holds), one bit each; kept
+  // across changes of order, extended on appends.
+  std::vector<uint64_t> passBits_;
+  size_t passCount_ = 0;
+  bool verdictsValid_ = false;
+  uint32_t verdictCount_ = 0;
+  uint64_t verdictRewriteGeneration_ = 0;
+
   uint32_t recno_ = 0;
   size_t index_ = 0;
-  uint64_t positionGeneration_ = 0;
+  uint64_t positionGeneration_ = 0;  // index_ is right for this file generation
+  uint64_t rowGeneration_ = 0;       // recno_, eof_ and bof_ are
   bool eof_ = true;
   bool bof_ = true;
 };
