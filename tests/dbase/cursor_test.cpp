@@ -522,6 +522,44 @@ TEST(CursorViews, SinglePassingRowAtTheEndOfTheTagIsFound) {
   EXPECT_TRUE(c.empty());
 }
 
+TEST(CursorViews, FieldWithAValuePerRowFiltersRightInEveryOrder) {
+  TempDir dir;
+  auto table = bigTable(dir.path(), 6000, -1);
+  Cursor c(table);
+  c.setFilter("N=4321");
+  ASSERT_EQ(c.count(), 1u);
+  EXPECT_EQ(c.recno(), 4321u);
+  c.setOrder({0});
+  EXPECT_EQ(c.recno(), 4321u);
+  EXPECT_EQ(c.position(), 0u);
+  c.setFilter("NOMBRE='N000002' AND N=5999");
+  EXPECT_EQ(c.recno(), 5999u);
+  std::string r = table->blankRecord();
+  setFieldText(table->field("NOMBRE"), r.data(), "N000002", table->codePage(), "B");
+  setFieldNumber(table->field("N"), r.data(), 5999, "B");
+  table->append(r);
+  EXPECT_EQ(c.count(), 2u);
+  c.last();
+  EXPECT_EQ(c.recno(), 6001u);
+}
+
+TEST(CursorViews, ManyFilteredFieldsInTurnKeepGivingTheRightRows) {
+  TempDir dir;
+  auto table = makeTable(dir.path(), "T.DBF",
+                         {charField("A", 2), charField("B", 2), charField("C", 2), charField("D", 2), charField("E", 2),
+                          charField("F", 2)},
+                         {{"1", "2", "3", "4", "5", "6"},
+                          {"1", "1", "1", "1", "1", "1"},
+                          {"6", "5", "4", "3", "2", "1"}});
+  Cursor c(table);
+  for (int round = 0; round < 2; ++round)
+    for (const char* name : {"A", "B", "C", "D", "E", "F"}) {
+      c.setFilter(std::string(name) + "=1");
+      EXPECT_EQ(c.count(), size_t(name[0] == 'A' || name[0] == 'F' ? 2 : 1)) << name;
+      EXPECT_EQ(c.recno(), name[0] == 'A' ? 1u : 2u) << name;
+    }
+}
+
 namespace {
 
 // Random orders, filters, appends, edits and deletions, each followed by a

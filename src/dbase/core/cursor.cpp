@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <string_view>
+#include <unordered_map>
 
 #include "dbase/core/dbf_file.h"
 #include "dbase/core/error.h"
@@ -13,6 +15,12 @@ namespace dbase {
 
 namespace {
 constexpr size_t npos = size_t(-1);
+// Encoded fields kept per cursor: the filter in force and the last few.
+constexpr size_t kMaxColumns = 4;
+
+// Beyond this many distinct values a field is not worth encoding: testing
+// each value would cost about as much as testing each row.
+size_t maxDistinct(uint32_t rows) { return std::clamp<size_t>(rows / 16, 4096, 65535); }
 
 // Calls f(recno) for each set bit, in record order.
 template <class F>
@@ -21,6 +29,96 @@ void forEachSet(const std::vector<uint64_t>& bits, F&& f) {
     for (uint64_t word = bits[w]; word; word &= word - 1) f(uint32_t(w * 64 + size_t(std::countr_zero(word))));
 }
 }  // namespace
+
+// One field of every row as codes into its distinct values, so that a filter
+// tests each distinct value once and then only looks codes up. The reference
+// tables hold few distinct values in the fields filters use (codes, names of
+// municipalities), and often in long runs: those are kept too, so a term can
+// be answered a run at a time.
+struct Cursor::Column {
+  struct Hash {
+    using is_transparent = void;
+    size_t operator()(std::string_view s) const { return std::hash<std::string_view>{}(s); }
+  };
+  struct Run {
+    uint32_t first;  // record number where the run starts
+    uint16_t code;
+  };
+
+  uint32_t offset = 0;
+  uint32_t length = 0;
+  uint64_t rewriteGeneration = 0;  // of the file when encoded (0: never)
+  uint32_t count = 0;              // rows encoded
+  bool usable = true;              // false: too many distinct values
+  bool runsKept = true;            // false: too many runs to be worth keeping
+  uint64_t lastUse = 0;
+  std::vector<uint16_t> codes;  // by record number (slot 0 unused)
+  std::vector<Run> runs;        // rows 1..count, when runsKept
+  std::string values;           // the distinct values, `length` bytes each, by code
+  size_t distinct = 0;
+  std::unordered_map<std::string, uint16_t, Hash, std::equal_to<>> lookup;
+
+  const char* value(size_t code) const { return values.data() + code * length; }
+
+  // Brings the codes up to the file: appended rows are added, anything else
+  // starts again.
+  void encode(const DbfFile& file) {
+    const uint32_t rows = file.recordCount();
+    if (rewriteGeneration != file.rewriteGeneration() || count > rows) {
+      rewriteGeneration = file.rewriteGeneration();
+      count = 0;
+      usable = length > 0 && offset + length <= file.recordLength();
+      runsKept = true;
+      release();
+    }
+    if (!usable || count == rows) return;
+    codes.resize(size_t(rows) + 1);
+    const size_t limit = maxDistinct(rows);
+    const char* previous = count ? file.record(count) + offset : nullptr;
+    uint16_t previousCode = count ? codes[count] : 0;
+    for (uint32_t r = count + 1; r <= rows; ++r) {
+      const char* bytes = file.record(r) + offset;
+      if (previous && std::memcmp(bytes, previous, length) == 0) {  // the run goes on: no hashing
+        codes[r] = previousCode;
+        continue;
+      }
+      const std::string_view text(bytes, length);
+      auto it = lookup.find(text);
+      uint16_t code;
+      if (it != lookup.end()) {
+        code = it->second;
+      } else {
+        if (distinct == limit) {
+          usable = false;
+          release();
+          return;
+        }
+        code = uint16_t(distinct++);
+        values.append(text);
+        lookup.emplace(std::string(text), code);
+      }
+      codes[r] = code;
+      if (runsKept && (runs.empty() || code != runs.back().code)) {
+        runs.push_back({r, code});
+        if (runs.size() > size_t(rows) / 32 + 64) {
+          runsKept = false;
+          std::vector<Run>().swap(runs);
+        }
+      }
+      previous = bytes;
+      previousCode = code;
+    }
+    count = rows;
+  }
+
+  void release() {
+    std::vector<uint16_t>().swap(codes);
+    std::vector<Run>().swap(runs);
+    std::string().swap(values);
+    lookup = {};
+    distinct = 0;
+  }
+};
 
 Cursor::Cursor(std::shared_ptr<DbfFile> file) : file_(std::move(file)) { first(); }
 
@@ -55,17 +153,102 @@ bool Cursor::passes(uint32_t recno) const {
   return !file_->isDeleted(recno) && (!filter_ || filter_->matches(file_->record(recno)));
 }
 
-// Tests every row.
+Cursor::Column* Cursor::column(uint32_t offset, uint32_t length) {
+  Column* found = nullptr;
+  for (auto& c : columns_)
+    if (c->offset == offset && c->length == length) found = c.get();
+  if (!found) {
+    columns_.push_back(std::make_unique<Column>());
+    found = columns_.back().get();
+    found->offset = offset;
+    found->length = length;
+  }
+  found->lastUse = ++columnClock_;
+  found->encode(*file_);
+  return found->usable ? found : nullptr;
+}
+
+namespace {
+
+// Sets the bits of records [from, to).
+void setRange(std::vector<uint64_t>& bits, uint32_t from, uint32_t to) {
+  for (; from < to && (from & 63); ++from) bits[from >> 6] |= uint64_t(1) << (from & 63);
+  for (; to - from >= 64; from += 64) bits[from >> 6] = ~uint64_t(0);
+  for (; from < to; ++from) bits[from >> 6] |= uint64_t(1) << (from & 63);
+}
+
+}  // namespace
+
+// Tests every row: each distinct value of the fields involved once, then the
+// rows by their runs or their codes; row by row only when a field has too many
+// distinct values.
 void Cursor::evaluateAll() {
   const uint32_t rows = file_->recordCount();
-  passBits_.assign(size_t(rows) / 64 + 1, 0);
-  for (uint32_t r = 1; r <= rows; ++r)
-    if (passes(r)) passBits_[r >> 6] |= uint64_t(1) << (r & 63);
+  const size_t words = size_t(rows) / 64 + 1;
+  struct Probe {
+    const Column* column;
+    std::vector<uint8_t> pass;  // by code
+  };
+  std::vector<Probe> probes;
+  bool direct = false;
+  auto probe = [&](uint32_t offset, uint32_t length, auto&& test) {
+    const Column* c = direct ? nullptr : column(offset, length);
+    if (!c) {
+      direct = true;
+      return;
+    }
+    Probe p{c, std::vector<uint8_t>(c->distinct)};
+    for (size_t v = 0; v < c->distinct; ++v) p.pass[v] = test(c->value(v)) ? 1 : 0;
+    probes.push_back(std::move(p));
+  };
+  if (file_->deletedCount() > 0) probe(0, 1, [](const char* flag) { return *flag != kDeletedFlag; });
+  if (filter_)
+    for (size_t t = 0; t < filter_->termCount(); ++t)
+      probe(filter_->termOffset(t), filter_->termLength(t),
+            [&](const char* field) { return filter_->termMatches(t, field); });
+
+  passBits_.assign(words, 0);
+  if (direct) {
+    for (uint32_t r = 1; r <= rows; ++r)
+      if (passes(r)) passBits_[r >> 6] |= uint64_t(1) << (r & 63);
+  } else {
+    setRange(passBits_, 1, rows + 1);
+    // Runs first: they are cheap, and rows they rule out need no code look-ups.
+    std::stable_partition(probes.begin(), probes.end(), [](const Probe& p) { return p.column->runsKept; });
+    std::vector<uint64_t> ranges;
+    for (const Probe& p : probes) {
+      const Column& c = *p.column;
+      if (c.runsKept) {
+        ranges.assign(words, 0);
+        for (size_t i = 0; i < c.runs.size(); ++i) {
+          const uint32_t end = i + 1 < c.runs.size() ? c.runs[i + 1].first : rows + 1;
+          if (p.pass[c.runs[i].code]) setRange(ranges, c.runs[i].first, end);
+        }
+        for (size_t w = 0; w < words; ++w) passBits_[w] &= ranges[w];
+        continue;
+      }
+      const uint16_t* codes = c.codes.data();
+      for (size_t w = 0; w < words; ++w) {
+        if (!passBits_[w]) continue;
+        const uint32_t from = std::max<uint32_t>(uint32_t(w * 64), 1);
+        const uint32_t to = uint32_t(std::min<size_t>(w * 64 + 64, size_t(rows) + 1));
+        uint64_t bits = 0;
+        for (uint32_t r = from; r < to; ++r) bits |= uint64_t(p.pass[codes[r]]) << (r & 63);
+        passBits_[w] &= bits;
+      }
+    }
+  }
   passCount_ = 0;
   for (uint64_t word : passBits_) passCount_ += size_t(std::popcount(word));
   verdictsValid_ = true;
   verdictCount_ = rows;
   verdictRewriteGeneration_ = file_->rewriteGeneration();
+
+  while (columns_.size() > kMaxColumns) {
+    auto oldest = std::min_element(columns_.begin(), columns_.end(),
+                                   [](const auto& a, const auto& b) { return a->lastUse < b->lastUse; });
+    columns_.erase(oldest);
+  }
 }
 
 // Brings the bitmap up to the file: appended rows are tested one by one,

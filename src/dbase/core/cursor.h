@@ -82,6 +82,8 @@ class Cursor {
   void syncVerdicts();
   void evaluateAll();
   bool verdict(uint32_t recno) const { return (passBits_[recno >> 6] >> (recno & 63)) & 1; }
+  struct Column;
+  Column* column(uint32_t offset, uint32_t length);
 
   std::shared_ptr<DbfFile> file_;
   std::vector<int> order_;
@@ -103,6 +105,9 @@ class Cursor {
   bool verdictsValid_ = false;
   uint32_t verdictCount_ = 0;
   uint64_t verdictRewriteGeneration_ = 0;
+  // Fields the filters read, dictionary-encoded (least recently used dropped).
+  std::vector<std::unique_ptr<Column>> columns_;
+  uint64_t columnClock_ = 0;
 
   uint32_t recno_ = 0;
   size_t index_ = 0;
