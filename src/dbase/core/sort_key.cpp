@@ -47,25 +47,48 @@ void appendDate(std::string_view digits, std::string& key) {
 
 }  // namespace
 
+void appendFieldKey(const DbfFile& file, int field, const char* record, std::string& key) {
+  const FieldDescriptor& f = file.fields()[size_t(field)];
+  switch (f.type) {
+    case FieldType::Character:
+    case FieldType::Memo:
+      file.collation().appendKey(fieldBytes(f, record), key);
+      break;
+    case FieldType::Numeric:
+    case FieldType::Float:
+      appendNumber(fieldNumber(f, record), key);
+      break;
+    case FieldType::Logical:
+      appendFlag(record[f.offset], key);
+      break;
+    case FieldType::Date:
+      appendDate(fieldBytes(f, record), key);
+      break;
+  }
+}
+
 void appendRecordKey(const DbfFile& file, const std::vector<int>& fields, const char* record, std::string& key) {
-  for (int index : fields) {
-    const FieldDescriptor& f = file.fields()[size_t(index)];
-    switch (f.type) {
-      case FieldType::Character:
-      case FieldType::Memo:
-        file.collation().appendKey(fieldBytes(f, record), key);
-        break;
-      case FieldType::Numeric:
-      case FieldType::Float:
-        appendNumber(fieldNumber(f, record), key);
-        break;
-      case FieldType::Logical:
-        appendFlag(record[f.offset], key);
-        break;
-      case FieldType::Date:
-        appendDate(fieldBytes(f, record), key);
-        break;
+  for (int index : fields) appendFieldKey(file, index, record, key);
+}
+
+void RowKeys::reset(const DbfFile& file, const char* record) {
+  file_ = &file;
+  record_ = record;
+  keys_.clear();
+  field_.clear();
+  start_.assign(1, 0);
+}
+
+void RowKeys::appendKey(const std::vector<int>& fields, std::string& key) {
+  for (int field : fields) {
+    size_t i = 0;
+    while (i < field_.size() && field_[i] != field) ++i;
+    if (i == field_.size()) {
+      appendFieldKey(*file_, field, record_, keys_);
+      field_.push_back(field);
+      start_.push_back(uint32_t(keys_.size()));
     }
+    key.append(keys_, start_[i], start_[i + 1] - start_[i]);
   }
 }
 

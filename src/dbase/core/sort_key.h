@@ -19,6 +19,21 @@ namespace dbase {
 class DbfFile;
 
 void appendRecordKey(const DbfFile& file, const std::vector<int>& fields, const char* record, std::string& key);
+void appendFieldKey(const DbfFile& file, int field, const char* record, std::string& key);
+
+// The keys of one row's fields, each worked out once however many tags use it.
+class RowKeys {
+ public:
+  void reset(const DbfFile& file, const char* record);
+  void appendKey(const std::vector<int>& fields, std::string& key);
+
+ private:
+  const DbfFile* file_ = nullptr;
+  const char* record_ = nullptr;
+  std::string keys_;
+  std::vector<int> field_;       // fields done, and where their keys are
+  std::vector<uint32_t> start_;  // in keys_ (one more than field_)
+};
 
 // Key of search values (UTF-8 text, one per leading field of the tag). With
 // `partial`, the last value is a prefix: the key sorts at or before every row
