@@ -68,7 +68,21 @@ bool TField::IsNull() const {
 void TField::SetAsString(const QString& value) {
   if (calculated_) return table_->setCalcValue(index_, value);
   char* record = table_->writableRecord(*this);
-  dbase::setFieldText(descriptor(), record, utf8(value), table_->file().codePage(), table_->file().name());
+  const dbase::DbfFile& file = table_->cursor_->file();
+  const dbase::FieldDescriptor& f = file.fields()[size_t(index_)];
+  // ASCII text (nearly every value): straight to bytes, no UTF-8 copy.
+  char ascii[256];
+  const qsizetype n = value.size();
+  if (n <= qsizetype(sizeof ascii)) {
+    const QChar* text = value.constData();
+    char16_t high = 0;
+    for (qsizetype i = 0; i < n; ++i) {
+      high |= text[i].unicode();
+      ascii[i] = char(text[i].unicode());
+    }
+    if (high < 0x80) return dbase::setFieldAscii(f, record, std::string_view(ascii, size_t(n)), file.codePage(), file.name());
+  }
+  dbase::setFieldText(f, record, utf8(value), file.codePage(), file.name());
 }
 
 void TField::SetAsInteger(int value) { SetAsFloat(value); }
@@ -396,7 +410,7 @@ void TTable::GotoBookmark(const TBookmark& bookmark) {
 void TTable::Append() {
   requireActive();
   checkBrowseMode();
-  buffer_ = cursor_->file().blankRecord();
+  buffer_.assign(cursor_->file().recordLength(), ' ');  // a blank row, reusing the buffer
   state_ = dsInsert;
 }
 

@@ -1,5 +1,6 @@
 #include "dbase/core/field_value.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -95,6 +96,17 @@ void setFieldFlag(const FieldDescriptor& f, char* record, bool value) {
   record[f.offset] = value ? 'T' : 'F';
 }
 
+// An integer as setFieldNumber writes it: an optional minus, then digits
+// without leading zeros (0 alone), fewer than sixteen.
+static bool canonicalInteger(std::string_view t) {
+  const bool negative = !t.empty() && t[0] == '-';
+  const std::string_view digits = t.substr(negative ? 1 : 0);
+  if (digits.empty() || digits.size() > 15 || (digits[0] == '0' && (digits.size() > 1 || negative))) return false;
+  for (char c : digits)
+    if (c < '0' || c > '9') return false;
+  return true;
+}
+
 static bool validDate(std::string_view d) {
   if (d.size() != 8) return false;
   for (char c : d)
@@ -104,11 +116,39 @@ static bool validDate(std::string_view d) {
   return month >= 1 && month <= 12 && day >= 1 && day <= 31;
 }
 
+void setFieldAscii(const FieldDescriptor& f, char* record, std::string_view ascii, const CodePage& cp,
+                   const std::string& subject) {
+  char* field = record + f.offset;
+  if (f.type == FieldType::Character || f.type == FieldType::Memo) {
+    // The same bytes in every code page.
+    const size_t n = std::min<size_t>(ascii.size(), f.length);
+    std::memcpy(field, ascii.data(), n);
+    std::memset(field + n, ' ', f.length - n);
+    return;
+  }
+  if (f.numeric() && f.decimals == 0 && !ascii.empty() && ascii.size() <= f.length && ascii[0] != ' ' &&
+      ascii.back() != ' ' && canonicalInteger(ascii)) {
+    std::memset(field, ' ', f.length - ascii.size());
+    std::memcpy(field + f.length - ascii.size(), ascii.data(), ascii.size());
+    return;
+  }
+  setFieldText(f, record, ascii, cp, subject);
+}
+
 void setFieldText(const FieldDescriptor& f, char* record, std::string_view utf8, const CodePage& cp,
                   const std::string& subject) {
   switch (f.type) {
     case FieldType::Character:
     case FieldType::Memo: {
+      // ASCII is the same bytes in every code page: no conversion.
+      bool ascii = true;
+      for (char c : utf8) ascii &= static_cast<unsigned char>(c) < 0x80;
+      if (ascii) {
+        const size_t n = std::min<size_t>(utf8.size(), f.length);
+        std::memcpy(record + f.offset, utf8.data(), n);
+        std::memset(record + f.offset + n, ' ', f.length - n);
+        return;
+      }
       std::string bytes;
       try {
         bytes = cp.encode(utf8);
@@ -121,7 +161,14 @@ void setFieldText(const FieldDescriptor& f, char* record, std::string_view utf8,
     }
     case FieldType::Numeric:
     case FieldType::Float: {
-      if (trimBlanks(utf8).empty()) return blankField(f, record);
+      const std::string_view t = trimBlanks(utf8);
+      if (t.empty()) return blankField(f, record);
+      if (f.decimals == 0 && t.size() <= f.length && canonicalInteger(t)) {
+        // Already written as it would be stored (nearly every value): as is.
+        std::memset(record + f.offset, ' ', f.length - t.size());
+        std::memcpy(record + f.offset + f.length - t.size(), t.data(), t.size());
+        return;
+      }
       auto value = parseNumber(utf8);
       if (!value)
         throw Error(ErrorKind::InvalidArgument, subject,

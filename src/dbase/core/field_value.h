@@ -40,6 +40,9 @@ bool fieldFlag(const FieldDescriptor& f, const char* record);
 // dbase::Error (InvalidArgument). An empty text blanks any field.
 void setFieldText(const FieldDescriptor& f, char* record, std::string_view utf8, const CodePage& cp,
                   const std::string& subject);
+// As setFieldText, for a text known to be ASCII.
+void setFieldAscii(const FieldDescriptor& f, char* record, std::string_view ascii, const CodePage& cp,
+                   const std::string& subject);
 void setFieldNumber(const FieldDescriptor& f, char* record, double value, const std::string& subject);
 void setFieldFlag(const FieldDescriptor& f, char* record, bool value);
 void blankField(const FieldDescriptor& f, char* record);
