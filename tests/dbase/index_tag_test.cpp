@@ -52,7 +52,9 @@ void expectConsistent(const DbfFile& file, IndexTag& tag, const std::vector<int>
     const size_t first = tag.lowerBound(key);
     ASSERT_LE(first, rank);
     ASSERT_EQ(tag.keyOf(tag.recnoAt(first)), key);
-    if (first > 0) ASSERT_LT(tag.keyOf(tag.recnoAt(first - 1)), key);
+    if (first > 0) {
+      ASSERT_LT(tag.keyOf(tag.recnoAt(first - 1)), key);
+    }
   }
 }
 
@@ -147,7 +149,9 @@ TEST_F(IndexTagTest, AppendsEditsAndDeletionsKeepTheOrder) {
       file->append(row);
     if (i % 50 == 0) {  // a cursor looking for the row it was on
       const uint32_t last = file->recordCount();
-      if (!file->isDeleted(last)) ASSERT_EQ(byCompound.recnoAt(byCompound.rankOf(last)), last);
+      if (!file->isDeleted(last)) {
+        ASSERT_EQ(byCompound.recnoAt(byCompound.rankOf(last)), last);
+      }
     }
   }
   expectConsistent(*file, byCompound, compound);
