@@ -1,21 +1,28 @@
 #include "dbase/core/dbf_file.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <list>
 #include <mutex>
+#include <new>
 
 #include "dbase/core/codepage.h"
 #include "dbase/core/collation.h"
 #include "dbase/core/error.h"
 #include "dbase/core/index_tag.h"
 #include "dbase/core/path.h"
+#include "dbase/core/sort_key.h"
 
 namespace dbase {
 
@@ -26,26 +33,43 @@ constexpr uint64_t kMaxRecords = 1000000000ull;
 // The append lock of dBase / BDE: one byte past the record lock range.
 constexpr off_t kAppendLockOffset = 0xEFFFFFFFll;
 
-std::mutex& registryMutex() {
-  static std::mutex m;
-  return m;
-}
-std::map<std::string, std::weak_ptr<DbfFile>>& registry() {
-  static std::map<std::string, std::weak_ptr<DbfFile>> r;
-  return r;
-}
+// The cache of closed files: its default budget, and a cap on the files
+// (each keeps a descriptor open).
+constexpr uint64_t kDefaultCacheBytes = 512ull << 20;
+constexpr size_t kMaxCachedFiles = 64;
+// A file changed this recently (ns before we last looked) may change again
+// without its times showing it: they tick coarsely, and on a network share
+// by another machine's clock. Such a file is compared byte by byte.
+constexpr int64_t kUnsureChangeNs = 2'000'000'000;
+
+// Large row buffers are mapped in 2 MB steps, so that they can use huge pages
+// (one page fault per 2 MB instead of per 4 KB).
+constexpr size_t kMapThreshold = size_t(1) << 20;
+constexpr size_t kMapStep = size_t(2) << 20;
 
 std::string baseName(const std::string& path) {
   auto slash = path.find_last_of('/');
   return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
+// The path with links and dots resolved; for a file that is not there, its
+// folder's (so that a table deleted since it was cached is still found by it).
 std::string canonical(const std::string& path) {
   char buffer[PATH_MAX];
-  return realpath(path.c_str(), buffer) ? std::string(buffer) : path;
+  if (realpath(path.c_str(), buffer)) return buffer;
+  const auto slash = path.find_last_of('/');
+  const std::string folder = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+  if (!realpath(folder.c_str(), buffer)) return path;
+  return std::string(buffer) + (buffer[1] ? "/" : "") + path.substr(slash == std::string::npos ? 0 : slash + 1);
 }
 
 std::string systemError(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
+
+int64_t wallClockNs() {
+  struct timespec now {};
+  clock_gettime(CLOCK_REALTIME, &now);
+  return int64_t(now.tv_sec) * 1000000000 + now.tv_nsec;
+}
 
 bool knownVersion(uint8_t v) {
   switch (v) {
@@ -79,46 +103,189 @@ class AppendLock {
   int fd_;
 };
 
+// Today's date as the header stores it; worked out again once a second at most.
 void todayAsHeaderDate(unsigned char out[3]) {
-  std::time_t now = std::time(nullptr);
-  std::tm local{};
-  localtime_r(&now, &local);
-  out[0] = uint8_t(local.tm_year);  // years since 1900
-  out[1] = uint8_t(local.tm_mon + 1);
-  out[2] = uint8_t(local.tm_mday);
+  static thread_local std::time_t second = -1;
+  static thread_local unsigned char date[3];
+  const std::time_t now = std::time(nullptr);
+  if (now != second) {
+    std::tm local{};
+    localtime_r(&now, &local);
+    date[0] = uint8_t(local.tm_year);  // years since 1900
+    date[1] = uint8_t(local.tm_mon + 1);
+    date[2] = uint8_t(local.tm_mday);
+    second = now;
+  }
+  std::memcpy(out, date, 3);
+}
+
+int openTable(const std::string& path, bool& writable) {
+  int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+  writable = fd >= 0;
+  if (fd < 0 && (errno == EACCES || errno == EROFS || errno == EPERM)) fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  return fd;
 }
 
 }  // namespace
 
+// Every open file of the process by canonical path, and the closed ones kept
+// for reuse (most recently closed first). Never destroyed: files released
+// while the process exits must still find it.
+struct DbfFile::OpenFiles {
+  std::mutex mutex;
+  std::map<std::string, std::weak_ptr<DbfFile>> live;
+  std::list<std::unique_ptr<DbfFile>> cached;
+  uint64_t cachedBytes = 0;
+  uint64_t limit = kDefaultCacheBytes;
+
+  OpenFiles() {
+    if (const char* mb = std::getenv("CODPOSTALES_CACHE_MB"); mb && *mb) {
+      char* end = nullptr;
+      const unsigned long long value = std::strtoull(mb, &end, 10);
+      if (end && *end == '\0') limit = value << 20;
+    }
+  }
+  std::shared_ptr<DbfFile> liveFile(const std::string& key) {
+    auto it = live.find(key);
+    return it == live.end() ? nullptr : it->second.lock();
+  }
+  std::unique_ptr<DbfFile> take(const std::string& key) {
+    for (auto it = cached.begin(); it != cached.end(); ++it)
+      if ((*it)->cacheKey_ == key) {
+        std::unique_ptr<DbfFile> file = std::move(*it);
+        cached.erase(it);
+        cachedBytes -= file->cachedBytes_;
+        return file;
+      }
+    return nullptr;
+  }
+  // Drops the least recently closed files beyond the limits into `out`.
+  void trim(std::vector<std::unique_ptr<DbfFile>>& out) {
+    while (!cached.empty() && (cachedBytes > limit || cached.size() > kMaxCachedFiles)) {
+      cachedBytes -= cached.back()->cachedBytes_;
+      out.push_back(std::move(cached.back()));
+      cached.pop_back();
+    }
+  }
+};
+
+DbfFile::OpenFiles& DbfFile::openFiles() {
+  static OpenFiles* files = new OpenFiles;
+  return *files;
+}
+
+// ---- growable bytes ---------------------------------------------------------
+
+DbfFile::Bytes::~Bytes() {
+  if (mapped_)
+    munmap(data_, capacity_);
+  else
+    std::free(data_);
+}
+
+void DbfFile::Bytes::reserve(size_t size) {
+  if (size <= capacity_) return;
+  size_t wanted = std::max(size, capacity_ + capacity_ / 2);
+  if (wanted < kMapThreshold) {
+    char* grown = static_cast<char*>(std::realloc(data_, wanted));
+    if (!grown) throw std::bad_alloc();
+    data_ = grown;
+    capacity_ = wanted;
+    return;
+  }
+  wanted = (wanted + kMapStep - 1) / kMapStep * kMapStep;
+  void* grown = mapped_ ? mremap(data_, capacity_, wanted, MREMAP_MAYMOVE)
+                        : mmap(nullptr, wanted, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (grown == MAP_FAILED) throw std::bad_alloc();
+  madvise(grown, wanted, MADV_HUGEPAGE);
+  if (!mapped_) {
+    if (size_) std::memcpy(grown, data_, size_);
+    std::free(data_);
+  }
+  data_ = static_cast<char*>(grown);
+  capacity_ = wanted;
+  mapped_ = true;
+}
+
+void DbfFile::Bytes::resize(size_t size) {
+  reserve(size);
+  size_ = size;
+}
+
+void DbfFile::Bytes::append(const char* bytes, size_t size) {
+  if (size_ + size > capacity_) reserve(size_ + size);
+  std::memcpy(data_ + size_, bytes, size);
+  size_ += size;
+}
+
+// ---- opening, sharing and the cache -----------------------------------------
+
+DbfFile::DiskState DbfFile::diskState(const struct stat& st) {
+  DiskState d;
+  d.size = uint64_t(st.st_size);
+  d.timeNs = int64_t(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
+  d.changeNs = int64_t(st.st_ctim.tv_sec) * 1000000000 + st.st_ctim.tv_nsec;
+  d.inode = uint64_t(st.st_ino);
+  d.device = uint64_t(st.st_dev);
+  return d;
+}
+
 std::shared_ptr<DbfFile> DbfFile::open(const std::string& path) {
   std::string resolved = resolvePathCaseInsensitive(path);
   std::string key = canonical(resolved);
+  std::unique_ptr<DbfFile> file;
   {
-    std::lock_guard<std::mutex> guard(registryMutex());
-    if (auto existing = registry()[key].lock()) {
+    std::lock_guard<std::mutex> guard(openFiles().mutex);
+    if (auto existing = openFiles().liveFile(key)) {
       existing->syncWithDisk();
       return existing;
     }
+    file = openFiles().take(key);
   }
-  // Read outside the registry lock: a file that fails to load is destroyed
-  // on the way out, and its destructor takes the lock.
-  std::shared_ptr<DbfFile> file(new DbfFile());
-  file->path_ = resolved;
-  file->name_ = baseName(resolved);
-  file->fd_ = ::open(resolved.c_str(), O_RDWR | O_CLOEXEC);
-  file->writable_ = file->fd_ >= 0;
-  if (file->fd_ < 0 && (errno == EACCES || errno == EROFS || errno == EPERM))
-    file->fd_ = ::open(resolved.c_str(), O_RDONLY | O_CLOEXEC);
-  if (file->fd_ < 0) throw Error(ErrorKind::Io, file->name_, systemError("no se puede abrir"));
-  struct stat st {};
-  if (fstat(file->fd_, &st) == 0 && S_ISDIR(st.st_mode))
-    throw Error(ErrorKind::Io, file->name_, "es un directorio, no una tabla");
-  file->load();
-  std::lock_guard<std::mutex> guard(registryMutex());
-  // Another thread may have opened the same file meanwhile: share its copy.
-  if (auto existing = registry()[key].lock()) return existing;
-  registry()[key] = file;
-  return file;
+  // Checked and read outside the lock: a file that fails is destroyed on
+  // the way out.
+  if (file && (file->path_ != resolved || !file->reusable())) file.reset();
+  if (!file) {
+    file.reset(new DbfFile());
+    file->path_ = resolved;
+    file->name_ = baseName(resolved);
+    file->cacheKey_ = key;
+    file->fd_ = openTable(resolved, file->writable_);
+    if (file->fd_ < 0) throw Error(ErrorKind::Io, file->name_, systemError("no se puede abrir"));
+    struct stat st {};
+    if (fstat(file->fd_, &st) == 0 && S_ISDIR(st.st_mode))
+      throw Error(ErrorKind::Io, file->name_, "es un directorio, no una tabla");
+    file->load();
+  }
+  std::shared_ptr<DbfFile> shared(file.release(), &DbfFile::release);
+  std::shared_ptr<DbfFile> other;
+  {
+    std::lock_guard<std::mutex> guard(openFiles().mutex);
+    // Another thread may have opened the same file meanwhile: share its copy.
+    other = openFiles().liveFile(key);
+    if (!other) openFiles().live[key] = shared;
+  }
+  return other ? other : shared;  // ours, if unused, goes to the cache or away
+}
+
+// The deleter of the shared handle: the last user let go.
+void DbfFile::release(DbfFile* released) {
+  std::unique_ptr<DbfFile> file(released);
+  std::vector<std::unique_ptr<DbfFile>> dropped;  // destroyed outside the lock
+  const bool keep = cacheLimit() > 0 && file->settleForCache();
+  const size_t bytes = keep ? file->memoryBytes() : 0;
+  // `file` and `dropped` outlive the lock: their destructors close files.
+  std::lock_guard<std::mutex> guard(openFiles().mutex);
+  OpenFiles& files = openFiles();
+  auto it = files.live.find(file->cacheKey_);
+  const bool reopened = it != files.live.end() && !it->second.expired();
+  if (it != files.live.end() && !reopened) files.live.erase(it);
+  if (keep && !reopened && bytes <= files.limit) {
+    file->cachedBytes_ = bytes;
+    files.cachedBytes += bytes;
+    files.cached.push_front(std::move(file));
+    files.trim(dropped);
+  }
 }
 
 std::shared_ptr<DbfFile> DbfFile::create(const std::string& path, const std::vector<FieldSpec>& specs,
@@ -163,19 +330,106 @@ std::shared_ptr<DbfFile> DbfFile::create(const std::string& path, const std::vec
   bool ok = ::write(fd, header.data(), header.size()) == ssize_t(header.size());
   ok = (::close(fd) == 0) && ok;
   if (!ok) throw Error(ErrorKind::Io, name, systemError("no se puede escribir la cabecera"));
+  // A table overwritten in place must not be served from a stale copy.
+  const std::string key = canonical(path);
+  std::shared_ptr<DbfFile> live;
+  std::unique_ptr<DbfFile> cached;
   {
-    // A table overwritten in place must not be served from a stale copy.
-    std::lock_guard<std::mutex> guard(registryMutex());
-    if (auto existing = registry()[canonical(path)].lock()) existing->syncWithDisk();
+    std::lock_guard<std::mutex> guard(openFiles().mutex);
+    live = openFiles().liveFile(key);
+    cached = openFiles().take(key);
   }
+  if (live) live->syncWithDisk();
   return open(path);
 }
 
 DbfFile::~DbfFile() {
   if (fd_ >= 0) ::close(fd_);
-  std::lock_guard<std::mutex> guard(registryMutex());
-  auto it = registry().find(canonical(path_));
-  if (it != registry().end() && it->second.expired()) registry().erase(it);
+}
+
+void DbfFile::setCacheLimit(uint64_t bytes) {
+  std::vector<std::unique_ptr<DbfFile>> dropped;
+  std::lock_guard<std::mutex> guard(openFiles().mutex);
+  openFiles().limit = bytes;
+  openFiles().trim(dropped);
+}
+
+uint64_t DbfFile::cacheLimit() {
+  std::lock_guard<std::mutex> guard(openFiles().mutex);
+  return openFiles().limit;
+}
+
+size_t DbfFile::cachedFiles() {
+  std::lock_guard<std::mutex> guard(openFiles().mutex);
+  return openFiles().cached.size();
+}
+
+uint64_t DbfFile::cachedBytes() {
+  std::lock_guard<std::mutex> guard(openFiles().mutex);
+  return openFiles().cachedBytes;
+}
+
+// On release: the rows held must be the file's. Our own writes since the last
+// look are taken as the change seen (as syncWithDisk does); anything else, or
+// a file gone or replaced, is not worth keeping.
+bool DbfFile::settleForCache() {
+  const int64_t now = wallClockNs();
+  struct stat st {};
+  if (stat(path_.c_str(), &st) != 0) return false;
+  DiskState seen = diskState(st);
+  if (seen == disk_) return true;
+  if (!ownWritesSinceStat_ || seen.inode != disk_.inode || seen.device != disk_.device || seen.size != disk_.size)
+    return false;
+  unsigned char h[8];
+  if (pread(fd_, h, sizeof h, 0) != ssize_t(sizeof h) || getU32(h + kOffRecordCount) != count_) return false;
+  disk_ = seen;
+  checkedAtNs_ = now;
+  ownWritesSinceStat_ = false;
+  return true;
+}
+
+// On reopening from the cache: whether the file at the path is still the one
+// whose rows are held. Opening it again (rather than trusting the descriptor
+// kept) makes network file systems check their attributes with the server.
+bool DbfFile::reusable() {
+  const int64_t now = wallClockNs();
+  bool writable = false;
+  const int fd = openTable(path_, writable);
+  if (fd < 0) return false;
+  struct stat st {};
+  bool same = fstat(fd, &st) == 0 && diskState(st) == disk_;
+  // Changed in the same tick as the last change we saw, the times would not
+  // show it: compare the bytes.
+  if (same && checkedAtNs_ - disk_.changeNs < kUnsureChangeNs) same = sameBytesOnDisk(fd);
+  if (!same) {
+    ::close(fd);
+    return false;
+  }
+  ::close(fd_);
+  fd_ = fd;
+  writable_ = writable;
+  checkedAtNs_ = now;
+  return true;
+}
+
+bool DbfFile::sameBytesOnDisk(int fd) const {
+  const uint64_t total = header_.size() + rows_.size();
+  std::vector<char> block(std::min<uint64_t>(total, uint64_t(1) << 20));
+  for (uint64_t at = 0; at < total;) {
+    const size_t want = size_t(std::min<uint64_t>(block.size(), total - at));
+    const ssize_t n = pread(fd, block.data(), want, off_t(at));
+    if (n <= 0) return false;
+    for (size_t done = 0; done < size_t(n);) {
+      const uint64_t pos = at + done;
+      const bool inHeader = pos < header_.size();
+      const char* ours = inHeader ? header_.data() + pos : rows_.data() + (pos - header_.size());
+      const size_t run = std::min<size_t>(size_t(n) - done, inHeader ? header_.size() - size_t(pos) : size_t(total - pos));
+      if (std::memcmp(block.data() + done, ours, run) != 0) return false;
+      done += run;
+    }
+    at += uint64_t(n);
+  }
+  return true;
 }
 
 void DbfFile::lastUpdate(int& year, int& month, int& day) const {
@@ -204,6 +458,7 @@ const FieldDescriptor& DbfFile::field(std::string_view name) const {
 std::string DbfFile::blankRecord() const { return std::string(recordLength_, ' '); }
 
 void DbfFile::load() {
+  const int64_t now = wallClockNs();
   struct stat st {};
   if (fstat(fd_, &st) != 0) throw Error(ErrorKind::Io, name_, systemError("no se puede leer"));
   const uint64_t fileSize = uint64_t(st.st_size);
@@ -211,23 +466,28 @@ void DbfFile::load() {
   if (!header.empty() && pread(fd_, header.data(), header.size(), 0) != ssize_t(header.size()))
     throw Error(ErrorKind::Io, name_, systemError("no se puede leer la cabecera"));
   parseHeader(header.data(), header.size(), fileSize);
+  if (headerLength_ <= header.size()) {
+    header_.assign(reinterpret_cast<const char*>(header.data()), headerLength_);
+  } else {
+    header_.resize(headerLength_);  // writers may pad the header beyond the descriptors
+    if (pread(fd_, header_.data(), headerLength_, 0) != ssize_t(headerLength_))
+      throw Error(ErrorKind::Io, name_, systemError("no se puede leer la cabecera"));
+  }
 
   const uint32_t declared = getU32(header.data() + kOffRecordCount);
   const uint64_t complete = (fileSize - headerLength_) / recordLength_;
   uint64_t count = std::min<uint64_t>(declared, complete);
-  rows_.assign(size_t(std::min<uint64_t>(complete, kMaxRecords)) * recordLength_, ' ');
-  if (!rows_.empty()) {
-    size_t done = 0;
-    while (done < rows_.size()) {
-      ssize_t n = pread(fd_, rows_.data() + done, rows_.size() - done, off_t(headerLength_ + done));
-      if (n <= 0) throw Error(ErrorKind::Io, name_, systemError("no se pueden leer los registros"));
-      done += size_t(n);
-    }
+  rows_.resize(size_t(std::min<uint64_t>(complete, kMaxRecords)) * recordLength_);
+  for (size_t done = 0; done < rows_.size();) {
+    ssize_t n = pread(fd_, rows_.data() + done, rows_.size() - done, off_t(headerLength_ + done));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) throw Error(ErrorKind::Io, name_, systemError("no se pueden leer los registros"));
+    done += size_t(n);
   }
   // Whole rows past the declared count were written by a program that stopped
   // before updating the header: keep them while they look like rows.
   while (count < complete && count < kMaxRecords &&
-         (rows_[count * recordLength_] == kLiveFlag || rows_[count * recordLength_] == kDeletedFlag))
+         (rows_.data()[count * recordLength_] == kLiveFlag || rows_.data()[count * recordLength_] == kDeletedFlag))
     ++count;
   if (count != declared)
     warnings_.push_back("la cabecera declara " + std::to_string(declared) + " registros y el fichero tiene " +
@@ -236,9 +496,8 @@ void DbfFile::load() {
   count_ = uint32_t(count);
   deleted_ = 0;
   for (uint32_t r = 1; r <= count_; ++r) deleted_ += isDeleted(r);
-  diskSize_ = fileSize;
-  diskTimeNs_ = int64_t(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
-  diskInode_ = st.st_ino;
+  disk_ = diskState(st);
+  checkedAtNs_ = now;
   ownWritesSinceStat_ = false;
 }
 
@@ -327,6 +586,7 @@ void DbfFile::writeHeaderCountAndDate() {
   putU32(h + 3, count_);
   writeAt(kOffUpdateDate, h, sizeof h);
   std::memcpy(date_, h, 3);
+  if (header_.size() >= kOffUpdateDate + sizeof h) std::memcpy(header_.data() + kOffUpdateDate, h, sizeof h);
 }
 
 uint32_t DbfFile::append(std::string_view record) {
@@ -340,22 +600,41 @@ uint32_t DbfFile::appendMany(std::string_view records) {
     throw Error(ErrorKind::InvalidArgument, name_, "registros de longitud errónea");
   const uint64_t adding = records.size() / recordLength_;
   AppendLock lock(fd_);
-  syncWithDisk();  // another program may have appended meanwhile
+  // Another program may have appended meanwhile (the size shows it; with the
+  // lock held nobody is halfway) or replaced the file. After our own writes,
+  // the times would only show those, and asking for them makes the next
+  // write stamp the file anew (fine-grained times): size and inode only.
+  struct statx sx {};
+  if (!ownWritesSinceStat_ ||
+      statx(AT_FDCWD, path_.c_str(), 0, STATX_INO | STATX_SIZE, &sx) != 0 || sx.stx_size != disk_.size ||
+      sx.stx_ino != disk_.inode || makedev(sx.stx_dev_major, sx.stx_dev_minor) != disk_.device)
+    syncWithDisk();
   if (count_ + adding > kMaxRecords) throw Error(ErrorKind::NotSupported, name_, "la tabla está llena");
   const uint32_t first = count_ + 1;
-  std::string bytes;
-  bytes.reserve(records.size() + 1);
-  bytes.append(records);
-  bytes.push_back(char(kEndOfFile));
-  writeAt(headerLength_ + uint64_t(count_) * recordLength_, bytes.data(), bytes.size());  // invariant (1)
-  rows_.insert(rows_.end(), records.begin(), records.end());
+  // Rows and end-of-file byte in one write, before the count: invariant (1).
+  const uint64_t offset = headerLength_ + uint64_t(count_) * recordLength_;
+  char end = char(kEndOfFile);
+  struct iovec parts[2] = {{const_cast<char*>(records.data()), records.size()}, {&end, 1}};
+  const ssize_t written = pwritev(fd_, parts, 2, off_t(offset));
+  if (written != ssize_t(records.size() + 1)) {
+    const size_t done = written > 0 ? size_t(written) : 0;  // finish a short write in pieces
+    if (done < records.size()) writeAt(offset + done, records.data() + done, records.size() - done);
+    writeAt(offset + records.size(), &end, 1);
+  }
+  ownWritesSinceStat_ = true;
+  rows_.append(records.data(), records.size());
   count_ += uint32_t(adding);
   for (uint32_t r = first; r <= count_; ++r) deleted_ += isDeleted(r);
   writeHeaderCountAndDate();
-  diskSize_ = headerLength_ + uint64_t(count_) * recordLength_ + 1;
+  disk_.size = headerLength_ + uint64_t(count_) * recordLength_ + 1;
   ++generation_;
-  for (auto& [fields, tag] : tags_)
-    for (uint32_t r = first; r <= count_; ++r) tag->insert(r);
+  if (!tags_.empty()) {
+    static thread_local RowKeys keys;  // its buffers outlive the call
+    for (uint32_t r = first; r <= count_; ++r) {
+      keys.reset(*this, record(r));
+      for (auto& [fields, tag] : tags_) tag->insert(r, &keys);
+    }
+  }
   return first;
 }
 
@@ -379,21 +658,23 @@ void DbfFile::update(uint32_t recno, std::string_view record) {
 void DbfFile::syncWithDisk() {
   struct stat st {};
   if (stat(path_.c_str(), &st) != 0) return;  // gone: keep serving what we read
-  const int64_t timeNs = int64_t(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
-  if (uint64_t(st.st_size) == diskSize_ && timeNs == diskTimeNs_ && st.st_ino == diskInode_) return;
-  if (ownWritesSinceStat_ && st.st_ino == diskInode_ && uint64_t(st.st_size) == diskSize_) {
+  const DiskState seen = diskState(st);
+  if (seen == disk_) return;
+  if (ownWritesSinceStat_ && seen.inode == disk_.inode && seen.device == disk_.device && seen.size == disk_.size) {
     unsigned char h[8];
     if (pread(fd_, h, sizeof h, 0) == ssize_t(sizeof h) && getU32(h + kOffRecordCount) == count_) {
-      diskTimeNs_ = timeNs;  // the change we saw is our own
+      disk_ = seen;  // the change we saw is our own
       ownWritesSinceStat_ = false;
       return;
     }
   }
-  if (st.st_ino != diskInode_) {
-    int fd = ::open(path_.c_str(), writable_ ? O_RDWR | O_CLOEXEC : O_RDONLY | O_CLOEXEC);
+  if (seen.inode != disk_.inode || seen.device != disk_.device) {
+    bool writable = false;
+    int fd = openTable(path_, writable);
     if (fd < 0) return;
     ::close(fd_);
     fd_ = fd;
+    writable_ = writable;
   }
   warnings_.clear();
   load();
@@ -403,13 +684,19 @@ void DbfFile::syncWithDisk() {
 }
 
 IndexTag& DbfFile::tag(const std::vector<int>& fieldIndexes) {
+  auto it = tags_.find(fieldIndexes);
+  if (it != tags_.end()) return *it->second;
+  for (int i : fieldIndexes)
+    if (i < 0 || size_t(i) >= fields_.size()) throw Error(ErrorKind::InvalidArgument, name_, "campo de índice inválido");
   auto& slot = tags_[fieldIndexes];
-  if (!slot) {
-    for (int i : fieldIndexes)
-      if (i < 0 || size_t(i) >= fields_.size()) throw Error(ErrorKind::InvalidArgument, name_, "campo de índice inválido");
-    slot = std::make_unique<IndexTag>(*this, fieldIndexes);
-  }
+  slot = std::make_unique<IndexTag>(*this, fieldIndexes);
   return *slot;
+}
+
+size_t DbfFile::memoryBytes() const {
+  size_t bytes = sizeof *this + rows_.capacity() + header_.capacity();
+  for (const auto& [fields, tag] : tags_) bytes += tag->memoryBytes();
+  return bytes;
 }
 
 }  // namespace dbase

@@ -13,8 +13,15 @@
 //   (3) generation() changes whenever a row changes; rewriteGeneration() only
 //       when rows change in place or the file is re-read, so a view that saw
 //       the same rewriteGeneration only needs to look at appended rows.
-// Another process's changes are noticed by syncWithDisk() (file size, time
+// Another process's changes are noticed by syncWithDisk() (file size, times
 // and inode), which cursors call before searches and walks from the start.
+//
+// When the last user lets go of a file, the file (rows and built tags) stays
+// in a process-wide cache of recently closed tables, up to a byte budget
+// (CODPOSTALES_CACHE_MB, 512 by default; 0 keeps nothing), least recently
+// closed out first. Opening it again reuses it only when the file on disk is
+// still the one read: same inode, size and times; when its last change is too
+// recent for the times to tell (they tick coarsely), the bytes are compared.
 #pragma once
 
 #include <cstdint>
@@ -25,6 +32,8 @@
 #include <vector>
 
 #include "dbase/core/dbf_format.h"
+
+struct stat;
 
 namespace dbase {
 
@@ -92,14 +101,62 @@ class DbfFile {
   // on every append and update.
   IndexTag& tag(const std::vector<int>& fieldIndexes);
 
+  // Bytes of memory held: rows and tags.
+  size_t memoryBytes() const;
+
+  // The cache of closed files. setCacheLimit overrides CODPOSTALES_CACHE_MB
+  // (0 empties the cache and keeps nothing more).
+  static void setCacheLimit(uint64_t bytes);
+  static uint64_t cacheLimit();
+  static size_t cachedFiles();
+  static uint64_t cachedBytes();
+
  private:
+  // Growable bytes that are not cleared when they grow (they are about to be
+  // overwritten) and, once large, grow by remapping instead of copying.
+  class Bytes {
+   public:
+    Bytes() = default;
+    ~Bytes();
+    Bytes(const Bytes&) = delete;
+    Bytes& operator=(const Bytes&) = delete;
+    char* data() { return data_; }
+    const char* data() const { return data_; }
+    size_t size() const { return size_; }
+    size_t capacity() const { return capacity_; }
+    void resize(size_t size);  // new bytes undefined
+    void append(const char* bytes, size_t size);
+
+   private:
+    void reserve(size_t size);
+    char* data_ = nullptr;
+    size_t size_ = 0;
+    size_t capacity_ = 0;
+    bool mapped_ = false;
+  };
+  // What a stat of the file said.
+  struct DiskState {
+    uint64_t size = 0;
+    int64_t timeNs = 0;
+    int64_t changeNs = 0;
+    uint64_t inode = 0;
+    uint64_t device = 0;
+    bool operator==(const DiskState&) const = default;
+  };
+  static DiskState diskState(const struct stat& st);
+  struct OpenFiles;
+  static OpenFiles& openFiles();
+  static void release(DbfFile* file);
+
   DbfFile() = default;
   void load();
   void parseHeader(const unsigned char* header, size_t available, uint64_t fileSize);
   void checkWritable() const;
   void writeAt(uint64_t offset, const void* data, size_t size);
   void writeHeaderCountAndDate();
-  void rememberDiskState();
+  bool settleForCache();
+  bool reusable();
+  bool sameBytesOnDisk(int fd) const;
 
   std::string path_;
   std::string name_;
@@ -116,15 +173,18 @@ class DbfFile {
   uint32_t recordLength_ = 0;
   uint32_t count_ = 0;
   uint32_t deleted_ = 0;
-  std::vector<char> rows_;
+  Bytes rows_;
+  std::string header_;  // as on disk, descriptors included
   std::vector<std::string> warnings_;
   uint64_t generation_ = 1;
   uint64_t rewriteGeneration_ = 1;
-  // What the file looked like after our last read or write.
-  uint64_t diskSize_ = 0;
-  int64_t diskTimeNs_ = 0;
-  uint64_t diskInode_ = 0;
+  // What the file looked like after our last read or write, and when (wall
+  // clock, ns) that was last checked against the rows held.
+  DiskState disk_;
+  int64_t checkedAtNs_ = 0;
   bool ownWritesSinceStat_ = false;
+  std::string cacheKey_;    // canonical path
+  uint64_t cachedBytes_ = 0;  // while in the cache
   std::map<std::vector<int>, std::unique_ptr<IndexTag>> tags_;
 };
 
