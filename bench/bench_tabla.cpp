@@ -1,7 +1,8 @@
 // Benchmarks of TTable as the host uses it: the reference tags declared with
 // DeclaraIndicesDeReferencia, SetIndexName to pick the order, FindKey and
 // FindNearest to search, SetFilter + SetFiltered to restrict, fields read
-// through TField, rows added with Append / SetAsString / Post.
+// through TField, rows added with Append / SetAsString / Post. Opens are cold
+// (the cache of closed tables is off) except in reabrir_*.
 #include <benchmark/benchmark.h>
 
 #include <QString>
@@ -19,6 +20,7 @@
 #include "dbase/TTable.h"
 #include "dbase/core/dbf_file.h"
 #include "dbase/core/field_value.h"
+#include "dbase/core/index_tag.h"
 
 namespace fs = std::filesystem;
 using dbase::DbfFile;
@@ -40,6 +42,28 @@ std::unique_ptr<TTable> abre(const std::string& path, const QString& indice = QS
 
 // Watches the shared file of an open table (without keeping it open).
 std::weak_ptr<DbfFile> vigila(const std::string& path) { return DbfFile::open(path); }
+
+// Selects each declared tag and moves to its first row, so that every tag is
+// built (selecting alone leaves the work to the first use); the first
+// declared one ends in force.
+void construyeTodos(TTable& t) {
+  const QStringList tags = t.IndexDefNames();
+  for (qsizetype i = tags.size() - 1; i >= 0; --i) {
+    t.SetIndexName(tags[i]);
+    t.First();
+  }
+}
+
+// Whether every tag declared for the file is built in the shared copy.
+bool todosConstruidos(const std::string& path) {
+  auto f = DbfFile::open(path);
+  for (const auto& indice : IndicesDeReferencia(q(fs::path(path).filename().string()))) {
+    std::vector<int> campos;
+    for (const QString& c : indice.campos) campos.push_back(f->fieldIndex(c.toStdString()));
+    if (!f->tag(campos).built()) return false;
+  }
+  return true;
+}
 
 std::vector<TField*> todosLosCampos(TTable& t) {
   std::vector<TField*> out;
@@ -65,16 +89,39 @@ void abrirConTags(benchmark::State& state, std::string path, bool todos) {
   for (auto _ : state) {
     auto t = abre(path, tags[0]);
     if (todos)
-      for (int i = 1; i < tags.size(); ++i) t->SetIndexName(tags[i]);
+      for (int i = 1; i < tags.size(); ++i) {
+        t->SetIndexName(tags[i]);
+        t->First();  // builds it
+      }
     filas = t->RecordCount();
     state.PauseTiming();
     auto visto = vigila(path);
+    if (todos && !todosConstruidos(path)) state.SkipWithError("no se construyeron los cuatro tags");
     state.ResumeTiming();
     t->Close();
     t.reset();
     if (!bench::compruebaLiberado(state, visto)) return;
   }
   state.counters["filas"] = filas;
+}
+
+// Opening again, with its tag in force, a table closed a moment ago with
+// every tag built: served by the cache of closed tables.
+void reabrirConTagEnUso(benchmark::State& state, std::string path) {
+  DbfFile::setCacheLimit(512ull << 20);
+  {
+    auto t = abre(path);
+    construyeTodos(*t);
+  }
+  const QString indice = IndicesDeReferencia(q(fs::path(path).filename().string())).front().nombre;
+  int filas = 0;
+  for (auto _ : state) {
+    auto t = abre(path, indice);
+    filas = t->RecordCount();
+  }
+  if (!todosConstruidos(path)) state.SkipWithError("la caché no guardó los tags");
+  state.counters["filas"] = filas;
+  DbfFile::setCacheLimit(0);
 }
 
 // ---- seek ------------------------------------------------------------------
@@ -192,8 +239,8 @@ void anadir(benchmark::State& state, std::string path) {
   for (auto _ : state) {
     const std::string copia = bench::copiaEnTemporal(path, "POSTAL98.DBF");
     auto t = abre(copia);
-    const QStringList tags = t->IndexDefNames();
-    for (int i = tags.size() - 1; i >= 0; --i) t->SetIndexName(tags[i]);  // builds all; VIA in force
+    construyeTodos(*t);  // VIA in force
+    if (!todosConstruidos(copia)) return state.SkipWithError("no se construyeron los cuatro tags");
     const auto campos = todosLosCampos(*t);
     const int antes = t->RecordCount();
     std::vector<QStringList> valores;
@@ -216,6 +263,7 @@ void anadir(benchmark::State& state, std::string path) {
     t->EnableControls();
     state.SetIterationTime(bench::ns(t0, t1) / 1e9);
     if (t->RecordCount() != antes + int(kFilas)) state.SkipWithError("faltan filas tras añadir");
+    if (!todosConstruidos(copia)) state.SkipWithError("un tag dejó de mantenerse");
   }
   state.counters["filas_por_s"] = benchmark::Counter(double(kFilas), benchmark::Counter::kIsIterationInvariantRate);
 }
@@ -230,6 +278,7 @@ void registra() {
   auto us = [](benchmark::internal::Benchmark* b) {
     b->Unit(benchmark::kMicrosecond)->Iterations(100000)->UseRealTime();
   };
+  DbfFile::setCacheLimit(0);  // every open reads the file
 
   ms(RegisterBenchmark("tabla/abrir_con_4_tags/MUNICIPI", abrirConTags, mun, true));
   ms(RegisterBenchmark(("tabla/abrir_con_4_tags/" + nc).c_str(), abrirConTags, calles, true));
@@ -238,6 +287,9 @@ void registra() {
   }));
   ms(RegisterBenchmark("tabla/abrir_con_tag_en_uso/MUNICIPI/COD_INE", abrirConTags, mun, false));
   ms(RegisterBenchmark(("tabla/abrir_con_tag_en_uso/" + nc + "/VIA").c_str(), abrirConTags, calles, false));
+  RegisterBenchmark(("tabla/reabrir_con_tag_en_uso/" + nc + "/VIA").c_str(), reabrirConTagEnUso, calles)
+      ->Unit(benchmark::kMicrosecond)
+      ->UseRealTime();
 
   us(RegisterBenchmark("tabla/FindKey/MUNICIPI/NOMBRE", buscar, mun, QString("NOMBRE"), true));
   us(RegisterBenchmark("tabla/FindNearest/MUNICIPI/NOMBRE", buscar, mun, QString("NOMBRE"), false));
