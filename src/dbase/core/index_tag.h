@@ -29,7 +29,7 @@ class IndexTag {
 
   const std::vector<int>& fields() const { return fields_; }
   bool built() const { return built_; }
-  // Bytes of memory the tag holds (keys, order and their bookkeeping).
+  // Bytes of memory the tag holds (keys, order and their bookkeeping), about.
   size_t memoryBytes() const;
 
   size_t size();
