@@ -8,6 +8,7 @@
 #include <QStringList>
 #include <string>
 
+#include "ejecucion.h"
 #include "support/temp_dir.h"
 
 using namespace testsupport;
@@ -16,25 +17,8 @@ namespace {
 
 const QString kMuestra = QStringLiteral(CODPOSTALES_SOURCE_DIR "/data/muestra");
 
-struct Resultado {
-  int salida = -1;
-  std::string out;
-  std::string err;
-};
-
 Resultado ejecutaEn(const QStringList& args, const QString& carpeta = {}, const QProcessEnvironment& entorno = {}) {
-  QProcess proceso;
-  if (!carpeta.isEmpty()) proceso.setWorkingDirectory(carpeta);
-  if (!entorno.isEmpty()) proceso.setProcessEnvironment(entorno);
-  proceso.start(QStringLiteral(CODPOSTALES_BINARY_DIR "/bin/codpostales"), args);
-  EXPECT_TRUE(proceso.waitForStarted(10000));
-  proceso.closeWriteChannel();
-  EXPECT_TRUE(proceso.waitForFinished(60000));
-  Resultado r;
-  r.salida = proceso.exitStatus() == QProcess::NormalExit ? proceso.exitCode() : -1;
-  r.out = proceso.readAllStandardOutput().toStdString();
-  r.err = proceso.readAllStandardError().toStdString();
-  return r;
+  return ejecutaCodpostales(args, {}, carpeta, entorno);
 }
 
 // A search over the sample data.

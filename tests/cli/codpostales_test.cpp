@@ -9,6 +9,7 @@
 
 #include "dbase/core/dbf_file.h"
 #include "dbase/core/dbf_format.h"
+#include "ejecucion.h"
 #include "support/tables.h"
 #include "support/temp_dir.h"
 
@@ -16,24 +17,8 @@ using namespace testsupport;
 
 namespace {
 
-struct Resultado {
-  int salida = -1;
-  std::string out;
-  std::string err;
-};
-
 Resultado ejecuta(const QStringList& args, const std::string& entrada = {}) {
-  QProcess proceso;
-  proceso.start(QStringLiteral(CODPOSTALES_BINARY_DIR "/bin/codpostales"), args);
-  EXPECT_TRUE(proceso.waitForStarted(10000));
-  proceso.write(entrada.data(), qint64(entrada.size()));
-  proceso.closeWriteChannel();
-  EXPECT_TRUE(proceso.waitForFinished(60000));
-  Resultado r;
-  r.salida = proceso.exitStatus() == QProcess::NormalExit ? proceso.exitCode() : -1;
-  r.out = proceso.readAllStandardOutput().toStdString();
-  r.err = proceso.readAllStandardError().toStdString();
-  return r;
+  return ejecutaCodpostales(args, entrada);
 }
 
 bool contiene(const std::string& texto, const std::string& trozo) { return texto.find(trozo) != std::string::npos; }
