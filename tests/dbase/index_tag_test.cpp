@@ -184,3 +184,24 @@ TEST_F(IndexTagTest, TagOfATableWithoutRowsTakesItsFirstRows) {
   for (int i = 0; i < 300; ++i) file->append(randomRow(1));
   expectConsistent(*file, tag, name);
 }
+
+TEST_F(IndexTagTest, ATagNobodyAsksTakesTheRowsAppendedMeanwhileWhenNextAsked) {
+  std::string rows;
+  for (int i = 0; i < 3000; ++i) rows += randomRow(1);
+  file->appendMany(rows);
+  const auto name = fields({"VIA"});
+  const auto number = fields({"NUM", "VIA"});
+  IndexTag& byName = file->tag(name);
+  IndexTag& byNumber = file->tag(number);
+  ASSERT_GT(byName.size() + byNumber.size(), 0u);
+  // A few hundred rows: the last ones wait, and are placed one by one.
+  for (int i = 0; i < 400; ++i) file->append(randomRow(1));
+  file->update(3100, randomRow(1));  // placed already
+  file->update(3390, randomRow(1));  // still waiting
+  expectConsistent(*file, byName, name);
+  // Many more than the tag holds an eighth of: built again.
+  for (int i = 0; i < 2000; ++i) file->append(randomRow(i % 3 ? 1 : 2));
+  for (int i = 0; i < 20; ++i) file->update(1 + random() % file->recordCount(), randomRow(3));
+  expectConsistent(*file, byName, name);
+  expectConsistent(*file, byNumber, number);
+}

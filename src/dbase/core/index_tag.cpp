@@ -224,8 +224,24 @@ void radixSort(std::vector<T>& items, unsigned low, unsigned bits, const Digit& 
 IndexTag::IndexTag(const DbfFile& file, std::vector<int> fields) : file_(file), fields_(std::move(fields)) {}
 
 void IndexTag::ensureBuilt() {
-  if (!built_) build();
+  if (!built_)
+    build();
+  else if (pendingFrom_)
+    catchUp();
+  quietInserts_ = 0;
   if (countsStale_) rebuildCounts();
+}
+
+// Places the rows appended while nobody asked: one by one when few, by
+// building again when they are more than an eighth of the tag.
+void IndexTag::catchUp() {
+  const uint32_t from = pendingFrom_;
+  pendingFrom_ = 0;
+  const uint32_t last = file_.recordCount();
+  if (from > last) return;
+  const size_t pending = size_t(last - from) + 1;
+  if (8 * pending > size_ + pending) return build();
+  for (uint32_t r = from; r <= last; ++r) place(r, nullptr);
 }
 
 void IndexTag::build() {
@@ -369,6 +385,8 @@ void IndexTag::build() {
   }
   size_ = order.size();
   built_ = true;
+  pendingFrom_ = 0;
+  quietInserts_ = 0;
   countsStale_ = true;
   ++layout_;
 }
@@ -669,7 +687,15 @@ void IndexTag::removeOrdered(uint32_t recno) {
 }
 
 void IndexTag::insert(uint32_t recno, RowKeys* keys) {
-  if (!built_) return;  // built in full on first use
+  if (!built_ || pendingFrom_) return;  // built in full on first use / placed when next asked
+  if (++quietInserts_ > kQuietInserts) {
+    pendingFrom_ = recno;
+    return;
+  }
+  place(recno, keys);
+}
+
+void IndexTag::place(uint32_t recno, RowKeys* keys) {
   if (file_.isDeleted(recno)) return;
   storeKey(recno, file_.record(recno), keys);
   auto [c, i] = insertOrdered(recno);
@@ -678,6 +704,7 @@ void IndexTag::insert(uint32_t recno, RowKeys* keys) {
 
 void IndexTag::update(uint32_t recno, const char* oldRecord) {
   if (!built_) return;
+  if (pendingFrom_ && recno >= pendingFrom_) return;  // not placed yet: placed as it is then
   const bool wasLive = oldRecord[0] != '*' && recno < keyRef_.size();
   const bool isLive = !file_.isDeleted(recno);
   if (wasLive && isLive) {

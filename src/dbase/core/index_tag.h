@@ -9,6 +9,10 @@
 // Building ranks each field's distinct values once (the reference tables
 // repeat a few values in long runs) and sorts the rows on those ranks, field
 // by field; equal keys are stored once.
+//
+// A tag nobody has asked anything for a while (no cursor uses it) stops
+// placing appended rows one by one: it takes them all when next asked,
+// rebuilding when they are many, which costs less than placing each.
 #pragma once
 
 #include <cstdint>
@@ -50,10 +54,14 @@ class IndexTag {
 
  private:
   static constexpr size_t kMaxChunk = 128;
+  // Appends without a question in between before the tag defers them.
+  static constexpr uint32_t kQuietInserts = 256;
   // A key reference: offset in the arena << kLengthBits | length.
   static constexpr unsigned kLengthBits = 24;
   void ensureBuilt();
   void build();
+  void catchUp();
+  void place(uint32_t recno, RowKeys* keys);
   void storeKey(uint32_t recno, const char* record, RowKeys* keys = nullptr);
   void compactArena();
   std::pair<size_t, size_t> insertOrdered(uint32_t recno);
@@ -79,6 +87,8 @@ class IndexTag {
   const DbfFile& file_;
   std::vector<int> fields_;
   bool built_ = false;
+  uint32_t pendingFrom_ = 0;   // rows from this one on wait to be placed (0: none)
+  uint32_t quietInserts_ = 0;  // appends since the tag was last asked anything
   std::string arena_;
   size_t garbage_ = 0;  // arena bytes of replaced keys (an upper bound: keys are shared)
   std::vector<uint64_t> keyRef_;  // by record number (slot 0 unused)
