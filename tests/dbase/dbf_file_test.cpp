@@ -275,3 +275,30 @@ TEST(DbfFile, ReadOnlyFileOpensAndRefusesWrites) {
   EXPECT_FALSE(file->writable());
   expectError(ErrorKind::Io, "sólo lectura", [&] { file->append(file->blankRecord()); });
 }
+
+TEST(DbfFile, LargeTableIsReadWholeWithItsDeletedRowsCounted) {
+  // Over 16 MB of rows: read in two halves at once.
+  const uint64_t savedLimit = DbfFile::cacheLimit();
+  DbfFile::setCacheLimit(0);  // the second open reads the file
+  TempDir dir;
+  constexpr uint32_t kRows = 90001;
+  {
+    auto file = makeTable(dir.path(), "T.DBF", {charField("N", 10), charField("RELLENO", 190)}, {});
+    std::string rows;
+    for (uint32_t i = 1; i <= kRows; ++i) {
+      std::string record = file->blankRecord();
+      setFieldText(file->field("N"), record.data(), std::to_string(i), file->codePage(), "T");
+      if (i % 7 == 0) record[0] = '*';
+      rows += record;
+    }
+    file->appendMany(rows);
+  }
+  auto file = DbfFile::open(dir.file("T.DBF"));
+  ASSERT_EQ(file->recordCount(), kRows);
+  EXPECT_EQ(file->deletedCount(), kRows / 7);
+  for (uint32_t r : {1u, kRows / 2, kRows / 2 + 1, kRows - 1, kRows}) {
+    EXPECT_EQ(text(*file, r, "N"), std::to_string(r));
+    EXPECT_EQ(file->isDeleted(r), r % 7 == 0);
+  }
+  DbfFile::setCacheLimit(savedLimit);
+}

@@ -16,6 +16,7 @@
 #include <list>
 #include <mutex>
 #include <new>
+#include <thread>
 
 #include "dbase/core/codepage.h"
 #include "dbase/core/collation.h"
@@ -479,18 +480,41 @@ void DbfFile::load() {
   uint64_t count = std::min<uint64_t>(declared, complete);
   rows_.resize(size_t(std::min<uint64_t>(complete, kMaxRecords)) * recordLength_);
   // Read a block at a time and count its deleted rows while it is in the
-  // processor's cache, rather than walking every row again afterwards.
-  constexpr size_t kBlock = size_t(1) << 20;
+  // processor's cache, rather than walking every row again afterwards. A
+  // large table is read in two halves at once: most of the time goes in the
+  // kernel clearing fresh pages and copying into them, which a second core
+  // halves.
   const uint64_t counted = count;  // rows past the declared count are counted below, if kept
-  uint64_t deleted = 0, flagAt = 0;  // next row start to look at
-  for (size_t done = 0; done < rows_.size();) {
-    ssize_t n = pread(fd_, rows_.data() + done, std::min(kBlock, rows_.size() - done), off_t(headerLength_ + done));
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) throw Error(ErrorKind::Io, name_, systemError("no se pueden leer los registros"));
-    done += size_t(n);
-    for (; flagAt < done && flagAt < counted * recordLength_; flagAt += recordLength_)
-      deleted += rows_.data()[flagAt] == kDeletedFlag;
+  const size_t flagsEnd = size_t(counted) * recordLength_;
+  auto readRows = [this, flagsEnd](size_t from, size_t to, uint64_t& deleted) -> int {
+    constexpr size_t kBlock = size_t(1) << 20;
+    size_t flagAt = from;  // from is a row start
+    for (size_t done = from; done < to;) {
+      const ssize_t n = pread(fd_, rows_.data() + done, std::min(kBlock, to - done), off_t(headerLength_ + done));
+      if (n < 0 && errno == EINTR) continue;
+      if (n <= 0) return n < 0 ? errno : EIO;
+      done += size_t(n);
+      for (; flagAt < done && flagAt < flagsEnd; flagAt += recordLength_)
+        deleted += rows_.data()[flagAt] == kDeletedFlag;
+    }
+    return 0;
+  };
+  constexpr size_t kSplitAbove = size_t(16) << 20;
+  uint64_t deleted = 0, deletedUpper = 0;
+  int failure = 0, failureUpper = 0;
+  if (rows_.size() > kSplitAbove) {
+    const size_t middle = rows_.size() / recordLength_ / 2 * recordLength_;
+    std::thread upper([&] { failureUpper = readRows(middle, rows_.size(), deletedUpper); });
+    failure = readRows(0, middle, deleted);
+    upper.join();
+  } else {
+    failure = readRows(0, rows_.size(), deleted);
   }
+  if (failure || failureUpper) {
+    errno = failure ? failure : failureUpper;
+    throw Error(ErrorKind::Io, name_, systemError("no se pueden leer los registros"));
+  }
+  deleted += deletedUpper;
   // Whole rows past the declared count were written by a program that stopped
   // before updating the header: keep them while they look like rows.
   while (count < complete && count < kMaxRecords &&
