@@ -88,8 +88,24 @@ void sortByKey(Entry* b, Entry* e, size_t depth, const KeyOf& keyOf) {
       ordered &= p[-1].word <= p->word;
       equal &= p->word == b->word;
     }
-    if (!ordered)
-      std::sort(b, e, [](const Entry& x, const Entry& y) { return x.word != y.word ? x.word < y.word : x.id < y.id; });
+    if (!ordered) {
+      auto less = [](const Entry& x, const Entry& y) { return x.word != y.word ? x.word < y.word : x.id < y.id; };
+      const size_t n = size_t(e - b);
+      if (n > 4096) {
+        // Many keys (a field of names): one counting pass on the word's top
+        // 16 bits, then small sorts.
+        std::vector<Entry> sorted(n);
+        std::vector<uint32_t> next((size_t(1) << 16) + 1, 0);
+        for (const Entry* p = b; p < e; ++p) ++next[(p->word >> 48) + 1];
+        for (size_t k = 1; k < next.size(); ++k) next[k] += next[k - 1];
+        for (const Entry* p = b; p < e; ++p) sorted[next[p->word >> 48]++] = *p;
+        std::copy(sorted.begin(), sorted.end(), b);
+        for (size_t k = 0, from = 0; k < (size_t(1) << 16); from = next[k++])
+          if (next[k] - from > 1) std::sort(b + from, b + next[k], less);
+      } else {
+        std::sort(b, e, less);
+      }
+    }
     // Equal words: keys that end within them first, shorter first (they are
     // prefixes of the rest); returns where the keys that go on start.
     auto settle = [&](Entry* gb, Entry* ge) -> Entry* {
@@ -122,7 +138,15 @@ class DistinctValues {
   uint32_t rowOf(uint32_t value) const { return rowOf_[value]; }
 
   // Id of the value this field has in row `recno` (whose record is `record`).
+  // A field whose values hardly repeat (names) stops looking them up after a
+  // sample: each row then gets an id of its own, and equal values are found
+  // equal when their keys are ranked.
   uint32_t idOf(uint32_t recno, const char* record) {
+    if (!hashing_) {
+      rowOf_.push_back(recno);
+      return count() - 1;
+    }
+    if (++looked_ == kSample && 2 * count() > kSample) hashing_ = false;
     const char* v = record + offset_;
     const uint64_t h = hashBytes(v, length_);
     for (size_t s = size_t(h) & (slots_.size() - 1);; s = (s + 1) & (slots_.size() - 1)) {
@@ -150,8 +174,11 @@ class DistinctValues {
     }
   }
 
+  static constexpr uint32_t kSample = 4096;
   const DbfFile& file_;
   uint32_t offset_, length_;
+  bool hashing_ = true;
+  uint32_t looked_ = 0;
   std::vector<uint32_t> rowOf_;        // a row holding each value
   std::vector<uint64_t> hashOf_;       // of each value
   std::vector<uint32_t> slots_ = std::vector<uint32_t>(256, 0);  // value id + 1; 0 = empty
@@ -279,6 +306,10 @@ void IndexTag::build() {
   const char* previous = nullptr;
   for (size_t pos = 0; pos < n; ++pos) {
     const char* record = file_.record(live[pos]);
+    if (pos + 16 < n) {  // rows are read once, in order: ask for them ahead
+      const char* ahead = file_.record(live[pos + 16]);
+      for (size_t u = 0; u < unique.size(); ++u) __builtin_prefetch(ahead + offset[u]);
+    }
     for (size_t u = 0; u < unique.size(); ++u)
       ids[u][pos] = previous && sameBytes(record + offset[u], previous + offset[u], length[u])
                         ? ids[u][pos - 1]
