@@ -16,6 +16,7 @@
 #include <list>
 #include <mutex>
 #include <new>
+#include <system_error>
 #include <thread>
 
 #include "dbase/core/codepage.h"
@@ -502,14 +503,18 @@ void DbfFile::load() {
   constexpr size_t kSplitAbove = size_t(16) << 20;
   uint64_t deleted = 0, deletedUpper = 0;
   int failure = 0, failureUpper = 0;
+  std::thread upper;
+  size_t middle = rows_.size();
   if (rows_.size() > kSplitAbove) {
-    const size_t middle = rows_.size() / recordLength_ / 2 * recordLength_;
-    std::thread upper([&] { failureUpper = readRows(middle, rows_.size(), deletedUpper); });
-    failure = readRows(0, middle, deleted);
-    upper.join();
-  } else {
-    failure = readRows(0, rows_.size(), deleted);
+    middle = rows_.size() / recordLength_ / 2 * recordLength_;
+    try {
+      upper = std::thread([&, middle] { failureUpper = readRows(middle, rows_.size(), deletedUpper); });
+    } catch (const std::system_error&) {
+      middle = rows_.size();  // no thread to be had: all here
+    }
   }
+  failure = readRows(0, middle, deleted);
+  if (upper.joinable()) upper.join();
   if (failure || failureUpper) {
     errno = failure ? failure : failureUpper;
     throw Error(ErrorKind::Io, name_, systemError("no se pueden leer los registros"));
