@@ -125,9 +125,17 @@ TDMCodPostales::TDMCodPostales(QObject* AOwner) : QObject(AOwner) {
 
 TDMCodPostales::~TDMCodPostales() = default;
 
-void TDMCodPostales::TMunicipiCalcFields(TTable*) { CalculaMunicipio(TMunicipi); }
+void TDMCodPostales::TMunicipiCalcFields(TTable*) {
+  CalculaMunicipio(TMunicipi, {TMunicipiNOMBRE, TMunicipiENT_MENOR, TMunicipiCOD_INE, TMunicipiCOD_PROV,
+                               TMunicipiccNOMBRE_COMPLETO, TMunicipiccPROVINCIA, TMunicipiccENT_MAYOR});
+}
 
-void TDMCodPostales::TMunicipiSinFiltroCalcFields(TTable*) { CalculaMunicipio(TMunicipiSinFiltro); }
+void TDMCodPostales::TMunicipiSinFiltroCalcFields(TTable*) {
+  CalculaMunicipio(TMunicipiSinFiltro,
+                   {TMunicipiSinFiltroNOMBRE, TMunicipiSinFiltroENT_MENOR, TMunicipiSinFiltroCOD_INE,
+                    TMunicipiSinFiltroCOD_PROV, TMunicipiSinFiltroccNOMBRE_COMPLETO, TMunicipiSinFiltroccPROVINCIA,
+                    TMunicipiSinFiltroccENT_MAYOR});
+}
 
 // The display name, the municipality a minor entity belongs to and the
 // province name of the row being calculated.
@@ -137,27 +145,22 @@ void TDMCodPostales::TMunicipiSinFiltroCalcFields(TTable*) { CalculaMunicipio(TM
 // (ENT_MENOR false) for every code that has minor entities. The rows of one
 // code are adjacent in the COD_INE order, so the walk stops on that row. The
 // reference sets we write keep it (see data/muestra/README.md).
-void TDMCodPostales::CalculaMunicipio(TTable* tabla) {
+void TDMCodPostales::CalculaMunicipio(TTable* tabla, const CamposMunicipio& c) {
   if (tabla->State() != dsCalcFields) return;  // only while the table asks for its row
-  TField* nombreCompleto = tabla->FieldByName(QStringLiteral("ccNOMBRE_COMPLETO"));
-  TField* entidadMayor = tabla->FieldByName(QStringLiteral("ccENT_MAYOR"));
-  const QString nombre = tabla->FieldByName(QStringLiteral("NOMBRE"))->AsString();
-
-  nombreCompleto->SetAsString(nombre);
-  entidadMayor->Clear();
-  if (tabla->FieldByName(QStringLiteral("ENT_MENOR"))->AsBoolean()) {
+  const QString nombre = c.nombre->AsString();
+  c.nombreCompleto->SetAsString(nombre);
+  c.entMayor->Clear();
+  if (c.entMenor->AsBoolean()) {
     TBIndexa(QStringLiteral("COD_INE"), TMunicipiAux);
-    const QString codIne = tabla->FieldByName(QStringLiteral("COD_INE"))->AsString();
-    if (TBBusca(TMunicipiAux, {QStringLiteral("COD_INE"), codIne}, true)) {
+    if (TBBusca(TMunicipiAux, {QStringLiteral("COD_INE"), c.codIne->AsString()}, true)) {
       while (TMunicipiAuxENT_MENOR->AsBoolean()) TMunicipiAux->Next();
       const QString mayor = TMunicipiAuxNOMBRE->AsString();
-      nombreCompleto->SetAsString(nombre + QStringLiteral(" --> [") + mayor + QStringLiteral("]"));
-      entidadMayor->SetAsString(mayor);
+      c.nombreCompleto->SetAsString(nombre + QStringLiteral(" --> [") + mayor + QStringLiteral("]"));
+      c.entMayor->SetAsString(mayor);
     }
   }
 
   TBIndexa(QStringLiteral("CODIGO"), TProvin);
-  const int codProv = Cad_Int(tabla->FieldByName(QStringLiteral("COD_PROV"))->AsString());
-  if (TBBusca(TProvin, {QStringLiteral("CODIGO"), codProv}, true))
-    tabla->FieldByName(QStringLiteral("ccPROVINCIA"))->SetAsString(TProvinPROVINCIA->AsString());
+  if (TBBusca(TProvin, {QStringLiteral("CODIGO"), Cad_Int(c.codProv->AsString())}, true))
+    c.provincia->SetAsString(TProvinPROVINCIA->AsString());
 }

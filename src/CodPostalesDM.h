@@ -102,5 +102,9 @@ class TDMCodPostales : public QObject {
   TField* TMunicipiSinFiltroccENT_MAYOR;
 
  private:
-  void CalculaMunicipio(TTable* tabla);
+  // The fields the calculation reads and writes, per municipality table.
+  struct CamposMunicipio {
+    TField *nombre, *entMenor, *codIne, *codProv, *nombreCompleto, *provincia, *entMayor;
+  };
+  void CalculaMunicipio(TTable* tabla, const CamposMunicipio& c);
 };
