@@ -46,13 +46,17 @@ void TEventosControles::Olvida(QObject* objeto) {
   if (objeto == control) enlaces_.erase(control);
 }
 
-template <typename Llamada>
-void TEventosControles::Ejecuta(QWidget* control, Llamada&& llamada) {
+void EjecutaManejador(QObject* control, const std::function<void()>& llamada) {
   try {
     llamada();
   } catch (const std::exception& e) {
     Mensaje_Error(control, QString::fromUtf8(e.what()), QString());
   }
+}
+
+template <typename Llamada>
+void TEventosControles::Ejecuta(QWidget* control, Llamada&& llamada) {
+  EjecutaManejador(control, llamada);
 }
 
 bool TEventosControles::eventFilter(QObject* watched, QEvent* event) {

@@ -22,6 +22,11 @@
 
 class QWidget;
 
+// Runs a handler the way the host's application does: an error it raises is
+// shown in an error box owned by the control, and goes no further. Dialogs
+// wrap their button slots in it too.
+void EjecutaManejador(QObject* control, const std::function<void()>& llamada);
+
 struct TManejadores {
   std::function<void(QObject* Sender)> OnEnter;
   std::function<void(QObject* Sender)> OnExit;

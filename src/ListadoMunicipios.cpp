@@ -13,11 +13,13 @@
 #include <QTableView>
 #include <QTimer>
 #include <QVBoxLayout>
+#include <memory>
 
 #include "ClaseCodPostales.h"
 #include "CodPostalesDM.h"
 #include "ControlesHost.h"
 #include "EventosControles.h"
+#include "ImportarVias.h"
 #include "RejillaDatos.h"
 #include "TeclasWindows.h"
 #include "services/Rmensaje.h"
@@ -142,7 +144,8 @@ void TFListadoMunicipios::CreaControles() {
     accept();
   });
   connect(advGBCancelar, &QPushButton::clicked, this, &QDialog::reject);
-  connect(advGBImportarVias, &QPushButton::clicked, this, &TFListadoMunicipios::advGBImportarViasClick);
+  connect(advGBImportarVias, &QPushButton::clicked, this,
+          [this] { EjecutaManejador(advGBImportarVias, [this] { advGBImportarViasClick(); }); });
   resize(640, 480);
 }
 
@@ -222,8 +225,11 @@ void TFListadoMunicipios::advGBAceptarClick() {
 void TFListadoMunicipios::DBGListadoMunicipiosDblClick() { advGBAceptar->click(); }
 
 void TFListadoMunicipios::advGBImportarViasClick() {
-  Mensaje_Info(this, QStringLiteral("La importación de vías de la web todavía no está disponible en esta versión."),
-               QStringLiteral("Importar vías de la web"), 0);
+  // Its own bare controller, in street mode so that the street table is open
+  // for the import to append to.
+  const std::unique_ptr<TClaseCodPostales> controlador(new TClaseCodPostales(this, sAlias, true, QString()));
+  TFImportarVias importar(this, controlador.get());
+  importar.exec();
 }
 
 void TFListadoMunicipios::advELocalidadKeyUp(QObject* Sender, int& Key) {

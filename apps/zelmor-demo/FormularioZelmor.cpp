@@ -13,6 +13,8 @@
 #include <QVBoxLayout>
 
 #include "ClaseCodPostales.h"
+#include "EventosControles.h"
+#include "ImportarVias.h"
 #include "TLMDMessageHint.h"
 #include "services/Rmensaje.h"
 
@@ -115,9 +117,12 @@ TFZelmor::TFZelmor(const QString& alias, QWidget* parent) : QWidget(parent), sAl
                       LMDMHProvincias, QString(), QString(), QString(), QString());
 
   connect(advGBMunicipios, &QPushButton::clicked, this, &TFZelmor::EligeMunicipio);
+  // The host creates the import dialog directly, on a bare controller of its own.
   connect(advGBImportarVias, &QPushButton::clicked, this, [this] {
-    Mensaje_Info(this, QStringLiteral("La importación de vías de la web todavía no está disponible en esta versión."),
-                 QStringLiteral("Importar vías de la web"), 0);
+    EjecutaManejador(advGBImportarVias, [this] {
+      TClaseCodPostales importador(this, sAlias, true, QString());
+      TFImportarVias(this, &importador).exec();
+    });
   });
   connect(advGBSalir, &QPushButton::clicked, this, &QWidget::close);
 }

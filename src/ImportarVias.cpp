@@ -1,0 +1,367 @@
+// TFImportarVias: the form itself -- its controls, the three modes, the grid's
+// columns, focus colouring and the form's keys.
+#include "ImportarVias.h"
+
+#include <QAction>
+#include <QComboBox>
+#include <QCoreApplication>
+#include <QFile>
+#include <QGridLayout>
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QMenu>
+#include <QPushButton>
+#include <QRadioButton>
+#include <QStatusBar>
+#include <QTimer>
+#include <QVBoxLayout>
+
+#include "ClaseCodPostales.h"
+#include "EventosControles.h"
+#include "THTTPReqResp.h"
+#include "TStringGrid.h"
+#include "TXMLDocument.h"
+#include "TeclasWindows.h"
+#include "dbase/core/path.h"
+#include "services/Rficheros.h"
+#include "services/Rmensaje.h"
+#include "services/Ruttb.h"
+#include "services/Rvarias.h"
+
+namespace {
+
+constexpr int kAnchoTipo = 60;
+constexpr int kAnchoCodigoPostal = 70;
+constexpr int kAnchoNumero = 55;
+constexpr int kColumnasMasDeUno = 7;
+constexpr int kColumnasUno = 2;
+
+QComboBox* NuevaLista(const char* nombre, const QString& pista, QWidget* padre) {
+  auto* combo = new QComboBox(padre);
+  combo->setObjectName(QString::fromLatin1(nombre));
+  combo->setToolTip(pista);
+  combo->setMaxVisibleItems(20);
+  combo->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+  combo->setMinimumContentsLength(24);
+  return combo;
+}
+
+QPushButton* NuevoBoton(const char* nombre, const QString& texto, const QString& pista, QWidget* padre) {
+  auto* boton = new QPushButton(texto, padre);
+  boton->setObjectName(QString::fromLatin1(nombre));
+  boton->setToolTip(pista);
+  boton->setAutoDefault(false);
+  return boton;
+}
+
+}  // namespace
+
+TFImportarVias::TFImportarVias(QWidget* AOwner, TClaseCodPostales* poCodPostales)
+    : QDialog(AOwner), oCodPostales(poCodPostales) {
+  HTTPWebServices = new THTTPReqResp(this);
+  XML = new TXMLDocument;
+  CreaControles();
+  AsignaManejadores();
+}
+
+TFImportarVias::~TFImportarVias() {
+  FormClose();
+  CierraFormMensaje();
+  delete XML;
+}
+
+void TFImportarVias::CreaControles() {
+  setObjectName(QStringLiteral("FImportarVias"));
+  setWindowTitle(QStringLiteral("Importación de vías a través de la web"));
+  auto* capa = new QVBoxLayout(this);
+
+  GBModo = new QGroupBox(QStringLiteral("  Eliga la forma de importación de calles  "), this);
+  auto* modos = new QVBoxLayout(GBModo);
+  RBMasDeUno = new QRadioButton(QStringLiteral("1.  Importar calles de municipios con más de un código postal  "), GBModo);
+  RBMasDeUno->setObjectName(QStringLiteral("RBMasDeUno"));
+  RBMasDeUno->setChecked(true);
+  RBUno = new QRadioButton(
+      QStringLiteral("2.  Importar calles de municipios con un único código postal  /  Revisar tipos de vía con más de un código"),
+      GBModo);
+  RBUno->setObjectName(QStringLiteral("RBUno"));
+  RBTodosConUno = new QRadioButton(
+      QStringLiteral(
+          "3.  Importar calles de todos los municipios, con un único código postal , de la provincia seleccionada"),
+      GBModo);
+  RBTodosConUno->setObjectName(QStringLiteral("RBTodosConUno"));
+  for (QRadioButton* rb : {RBMasDeUno, RBUno, RBTodosConUno}) modos->addWidget(rb);
+  capa->addWidget(GBModo);
+
+  GBDatosBusqueda = new QGroupBox(QStringLiteral("  Selección de provincia y municipios. Búsqueda  "), this);
+  auto* busqueda = new QGridLayout(GBDatosBusqueda);
+  LProvincia_ = new QLabel(QStringLiteral("Provincia:"), GBDatosBusqueda);
+  LProvincia_->setObjectName(QStringLiteral("LProvincia_"));
+  CBProvincias = NuevaLista("CBProvincias", QString(), GBDatosBusqueda);
+  LMunicipio_ = new QLabel(QStringLiteral("Municipio:"), GBDatosBusqueda);
+  LMunicipio_->setObjectName(QStringLiteral("LMunicipio_"));
+  CBMunicipios = NuevaLista("CBMunicipios", QString(), GBDatosBusqueda);
+  advGBBuscarViasPorMunicipio =
+      NuevoBoton("advGBBuscarViasPorMunicipio", QStringLiteral("Buscar las vías del municipio seleccionado"),
+                 QStringLiteral("Pinche el botón para realizar una búsqueda de las vías del municipio seleccionado"),
+                 GBDatosBusqueda);
+  advGBBuscarViasPorProvincia = NuevoBoton(
+      "advGBBuscarViasPorProvincia", QStringLiteral("Buscar las vías de los municipios de la provincia seleccionada"),
+      QStringLiteral(
+          "Pinche el botón para realizar importar las vias de todos los municipios de la provincia seleccionada"),
+      GBDatosBusqueda);
+  advGBGuardarPorProvincia =
+      NuevoBoton("advGBGuardarPorProvincia", QStringLiteral("&Guardar las vías de la provincia"),
+                 QStringLiteral("Almacena las vías de los municipios de la provincia seleccionada arriba"),
+                 GBDatosBusqueda);
+  busqueda->addWidget(LProvincia_, 0, 0);
+  busqueda->addWidget(CBProvincias, 0, 1);
+  busqueda->addWidget(LMunicipio_, 1, 0);
+  busqueda->addWidget(CBMunicipios, 1, 1);
+  auto* botonesBusqueda = new QHBoxLayout;
+  botonesBusqueda->addWidget(advGBBuscarViasPorMunicipio);
+  botonesBusqueda->addWidget(advGBBuscarViasPorProvincia);
+  botonesBusqueda->addWidget(advGBGuardarPorProvincia);
+  botonesBusqueda->addStretch(1);
+  busqueda->addLayout(botonesBusqueda, 2, 0, 1, 2);
+  busqueda->setColumnStretch(1, 1);
+  capa->addWidget(GBDatosBusqueda);
+
+  SGVias = new TStringGrid(this);
+  SGVias->setObjectName(QStringLiteral("SGVias"));
+  SGVias->SetColCount(kColumnasUno);
+  SGVias->SetRowCount(2);
+  SGVias->SetColWidths(0, kAnchoTipo);
+  SGVias->SetColWidths(1, 468);
+  SGVias->setSelectionBehavior(QAbstractItemView::SelectRows);
+  SGVias->setSelectionMode(QAbstractItemView::SingleSelection);
+  SGVias->setEditTriggers(QAbstractItemView::NoEditTriggers);
+  SGVias->verticalHeader()->setSectionsMovable(true);  // rows movable
+  SGVias->setFocusPolicy(Qt::NoFocus);                // not a tab stop
+  capa->addWidget(SGVias, 1);
+
+  GBDatosZelmor = new QGroupBox(
+      QStringLiteral("  Indique el municipio del programa en el que importar las vías y  pinche en Guardar  "), this);
+  auto* zelmor = new QGridLayout(GBDatosZelmor);
+  LProvinciaZelmor_ = new QLabel(QStringLiteral("Provincia:"), GBDatosZelmor);
+  CBProvinciasZelmor = NuevaLista("CBProvinciasZelmor", QString(), GBDatosZelmor);
+  LMunicipioZelmor_ = new QLabel(QStringLiteral("Municipio:"), GBDatosZelmor);
+  CBMunicipiosZelmor = NuevaLista("CBMunicipiosZelmor", QString(), GBDatosZelmor);
+  advGBGuardarPorMunicipio = NuevoBoton("advGBGuardarPorMunicipio", QStringLiteral("&Guardar vías del municipio"),
+                                        QStringLiteral("Almacena las vías importadas al programa y cierra la pantalla"),
+                                        GBDatosZelmor);
+  zelmor->addWidget(LProvinciaZelmor_, 0, 0);
+  zelmor->addWidget(CBProvinciasZelmor, 0, 1);
+  zelmor->addWidget(LMunicipioZelmor_, 1, 0);
+  zelmor->addWidget(CBMunicipiosZelmor, 1, 1);
+  zelmor->addWidget(advGBGuardarPorMunicipio, 1, 2);
+  zelmor->setColumnStretch(1, 1);
+  capa->addWidget(GBDatosZelmor);
+
+  advPBotones = new QWidget(this);
+  advPBotones->setObjectName(QStringLiteral("advPBotones"));
+  auto* pie = new QVBoxLayout(advPBotones);
+  pie->setContentsMargins(0, 0, 0, 0);
+  auto* fila = new QHBoxLayout;
+  LMensaje_ = new QLabel(advPBotones);
+  LMensaje_->setObjectName(QStringLiteral("LMensaje_"));
+  advGBCancelar = NuevoBoton("advGBCancelar", QStringLiteral("&Salir"),
+                             QStringLiteral("Cierra el listado sin seleccionar a ningún cliente"), advPBotones);
+  fila->addWidget(LMensaje_, 1);
+  fila->addWidget(advGBCancelar);
+  pie->addLayout(fila);
+  sbEstado = new QStatusBar(advPBotones);
+  sbEstado->setSizeGripEnabled(false);
+  pie->addWidget(sbEstado);
+  capa->addWidget(advPBotones);
+
+  // The menu of the runs over every saved province: the context menu of the
+  // dialog and of its grid (right button or the menu key).
+  PMGuardarPorProvincia = new QMenu(this);
+  PMGuardarPorProvincia->setObjectName(QStringLiteral("PMGuardarPorProvincia"));
+  MIGuardarPorProvincia =
+      PMGuardarPorProvincia->addAction(QStringLiteral("Guardar las vias de todas las provincias importadas previamente"));
+  MIGuardarPorProvincia->setObjectName(QStringLiteral("MIGuardarPorProvincia"));
+  for (QWidget* w : {static_cast<QWidget*>(this), static_cast<QWidget*>(SGVias)}) {
+    w->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(w, &QWidget::customContextMenuRequested, this,
+            [this, w](const QPoint& punto) { PMGuardarPorProvincia->popup(w->mapToGlobal(punto)); });
+  }
+  resize(760, 640);
+}
+
+void TFImportarVias::AsignaManejadores() {
+  using namespace std::placeholders;
+  oEventos = new TEventosControles(this);
+  for (QComboBox* combo : {CBProvincias, CBMunicipios, CBProvinciasZelmor, CBMunicipiosZelmor}) {
+    TManejadores m;
+    m.OnEnter = std::bind(&TFImportarVias::TomaFoco, this, _1);
+    m.OnExit = std::bind(&TFImportarVias::DejaFoco, this, _1);
+    if (combo == CBProvincias) m.OnExit = std::bind(&TFImportarVias::CBProvinciasExit, this, _1);
+    if (combo == CBProvinciasZelmor) m.OnExit = std::bind(&TFImportarVias::CBProvinciasZelmorExit, this, _1);
+    oEventos->Asigna(combo, m);
+  }
+  const QList<QPushButton*> botones = {advGBBuscarViasPorMunicipio, advGBBuscarViasPorProvincia,
+                                       advGBGuardarPorProvincia, advGBGuardarPorMunicipio, advGBCancelar};
+  for (QPushButton* boton : botones) {
+    TManejadores m;
+    m.OnEnter = std::bind(&TFImportarVias::TomaFocoBoton, this, _1);
+    m.OnExit = std::bind(&TFImportarVias::DejaFocoBoton, this, _1);
+    oEventos->Asigna(boton, m);
+  }
+
+  const auto enlaza = [this](QPushButton* boton, void (TFImportarVias::*manejador)()) {
+    connect(boton, &QPushButton::clicked, this, [this, boton, manejador] {
+      EjecutaManejador(boton, [this, manejador] { (this->*manejador)(); });
+    });
+  };
+  enlaza(advGBBuscarViasPorMunicipio, &TFImportarVias::advGBBuscarViasPorMunicipioClick);
+  enlaza(advGBBuscarViasPorProvincia, &TFImportarVias::advGBBuscarViasPorProvinciaClick);
+  enlaza(advGBGuardarPorProvincia, &TFImportarVias::advGBGuardarPorProvinciaClick);
+  enlaza(advGBGuardarPorMunicipio, &TFImportarVias::advGBGuardarPorMunicipioClick);
+  connect(advGBCancelar, &QPushButton::clicked, this, &QDialog::reject);
+  connect(MIGuardarPorProvincia, &QAction::triggered, this,
+          [this] { EjecutaManejador(this, [this] { MIGuardarPorProvinciaClick(); }); });
+  for (QRadioButton* rb : {RBMasDeUno, RBUno, RBTodosConUno})
+    connect(rb, &QRadioButton::clicked, this, [this, rb] { EjecutaManejador(rb, [this, rb] { RBMasDeUnoClick(rb); }); });
+
+  // Key preview, and the buttons' hint under the mouse.
+  for (QWidget* w : findChildren<QWidget*>())
+    if (w->focusPolicy() != Qt::NoFocus || qobject_cast<QPushButton*>(w)) w->installEventFilter(this);
+}
+
+QString TFImportarVias::CarpetaPostal() const {
+  const QString carpeta = SlashSep(RutaDelAlias(oCodPostales->sAlias), QStringLiteral("POSTAL"), u'\\');
+  return QString::fromStdString(dbase::resolveDirectoryCaseInsensitive(carpeta.toStdString()));
+}
+
+QString TFImportarVias::RutaTempCalles() {
+  return QCoreApplication::applicationDirPath() + QStringLiteral("/TempCalles.XML");
+}
+
+void TFImportarVias::CierraFormMensaje() {
+  CierraMensaje(oFormMensaje);
+  oFormMensaje = nullptr;
+}
+
+void TFImportarVias::FormShow() {
+  SGVias->SetCells(0, 0, QStringLiteral("Tipo de vía"));
+  SGVias->SetCells(1, 0, QStringLiteral("Nombre de la vía"));
+  RBMasDeUnoClick(RBMasDeUno);
+  CargaProvinciasZelmor();
+}
+
+void TFImportarVias::RBMasDeUnoClick(QObject*) {
+  CBProvincias->clear();
+  const bool modo1 = RBMasDeUno->isChecked();
+  const bool modo2 = RBUno->isChecked();
+  LProvincia_->setText(modo1 ? QStringLiteral("Municipio:") : QStringLiteral("Provincia:"));
+  LMunicipio_->setVisible(modo2);
+  CBMunicipios->setVisible(modo2);
+  advGBBuscarViasPorMunicipio->setVisible(modo1 || modo2);
+  advGBBuscarViasPorProvincia->setVisible(!modo1 && !modo2);
+  advGBGuardarPorProvincia->setVisible(!modo1 && !modo2);
+  GBDatosZelmor->setVisible(modo1 || modo2);
+  if (modo1) {
+    CargaMunicipiosMasDeUnCodigo();
+    SGVias->SetColCount(kColumnasMasDeUno);
+    SGVias->SetColWidths(2, kAnchoCodigoPostal);
+    SGVias->SetCells(2, 0, QStringLiteral("Código postal"));
+    // Column 4 repeats the title of column 3.
+    const QString titulos[] = {QStringLiteral("Impar INI"), QStringLiteral("Impar INI"), QStringLiteral("Par INI"),
+                               QStringLiteral("Par FIN")};
+    for (int c = 3; c <= 6; ++c) {
+      SGVias->SetColWidths(c, kAnchoNumero);
+      SGVias->SetCells(c, 0, titulos[c - 3]);
+    }
+  } else {
+    CargaMunicipiosUnCodigo();
+    SGVias->SetColCount(kColumnasUno);
+  }
+  AjustaColumnas();
+}
+
+void TFImportarVias::AjustaColumnas() {
+  int otras = SGVias->ColWidths(0);
+  if (RBMasDeUno->isChecked() && SGVias->ColCount() >= kColumnasMasDeUno)
+    for (int c = 2; c < kColumnasMasDeUno; ++c) otras += SGVias->ColWidths(c);
+  if (SGVias->ColCount() > 1) SGVias->SetColWidths(1, std::max(SGVias->ClientWidth() - otras - 8, 0));
+}
+
+void TFImportarVias::FormResize() { AjustaColumnas(); }
+
+void TFImportarVias::FormClose() {
+  const QString temporal = RutaTempCalles();
+  if (QFile::exists(temporal)) QFile::remove(temporal);
+  LiberaProvinciasZelmor();
+  LiberaMunicipiosZelmor();
+}
+
+void TFImportarVias::FormKeyDown(int& Key) {
+  switch (Key) {
+    case VK_RETURN:
+      QTimer::singleShot(0, this, [this] { focusNextChild(); });
+      Key = 0;
+      break;
+    case VK_ESCAPE:
+      advGBCancelar->click();
+      Key = 0;
+      break;
+    default:
+      break;
+  }
+}
+
+void TFImportarVias::TomaFoco(QObject* Sender) {
+  auto* control = qobject_cast<QWidget*>(Sender);
+  TomaFocoControl(control);
+  sbEstado->showMessage(control ? control->toolTip() : QString());
+}
+
+void TFImportarVias::DejaFoco(QObject* Sender) {
+  DejaFocoControl(qobject_cast<QWidget*>(Sender));
+  sbEstado->clearMessage();
+}
+
+void TFImportarVias::TomaFocoBoton(QObject* Sender) {
+  auto* boton = qobject_cast<QWidget*>(Sender);
+  sbEstado->showMessage(boton ? boton->toolTip() : QString());
+}
+
+void TFImportarVias::DejaFocoBoton(QObject*) { sbEstado->clearMessage(); }
+
+void TFImportarVias::showEvent(QShowEvent* event) {
+  QDialog::showEvent(event);
+  if (!event->spontaneous()) EjecutaManejador(this, [this] { FormShow(); });
+}
+
+void TFImportarVias::resizeEvent(QResizeEvent* event) {
+  QDialog::resizeEvent(event);
+  FormResize();
+}
+
+void TFImportarVias::closeEvent(QCloseEvent* event) {
+  QDialog::closeEvent(event);
+  FormClose();
+}
+
+void TFImportarVias::done(int resultado) {
+  QDialog::done(resultado);
+  FormClose();
+}
+
+bool TFImportarVias::eventFilter(QObject* watched, QEvent* event) {
+  auto* control = qobject_cast<QWidget*>(watched);
+  if (!control || control->window() != this) return QDialog::eventFilter(watched, event);
+  if (qobject_cast<QPushButton*>(control)) {
+    if (event->type() == QEvent::Enter) TomaFocoBoton(control);
+    if (event->type() == QEvent::Leave) DejaFocoBoton(control);
+  }
+  if (event->type() != QEvent::KeyPress) return QDialog::eventFilter(watched, event);
+  int codigo = CodigoTeclaWindows(*static_cast<QKeyEvent*>(event));
+  if (codigo == 0) return false;
+  FormKeyDown(codigo);
+  return codigo == 0;
+}

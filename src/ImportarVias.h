@@ -1,0 +1,147 @@
+// TFImportarVias: the modal dialog that imports street names into the
+// street tables. It fetches provinces, municipalities and streets from the
+// cadastre's street-directory service OVCCallejero (or reads saved answers
+// and postcode text files), shows the streets in SGVias and appends them to
+// the street table of the host's municipality chosen in the two Zelmor
+// combos, through the bare controller it is given.
+//
+// The implementation is split by concern:
+//   ImportarVias.cpp            the form: controls, modes, focus and keys
+//   ImportarViasServicio.cpp    the service client: requests and answers
+//   ImportarViasListas.cpp      the selection lists and the search buttons
+//   ImportarViasGuarda.cpp      storing the grid's streets
+//   ImportarViasProvincia.cpp   the runs over saved answers of whole provinces
+//   ImportarViasFicheroCP.cpp   the postcode text files of mode 1
+#pragma once
+
+#include <QDialog>
+#include <QString>
+#include <QStringList>
+#include <functional>
+
+class QComboBox;
+class QGroupBox;
+class QLabel;
+class QMenu;
+class QAction;
+class QPushButton;
+class QRadioButton;
+class QStatusBar;
+class TClaseCodPostales;
+class TEventosControles;
+class THTTPReqResp;
+class TStringGrid;
+class TVentanaEspera;
+class TXMLDocument;
+
+class TFImportarVias : public QDialog {
+  Q_OBJECT
+
+ public:
+  TFImportarVias(QWidget* AOwner, TClaseCodPostales* poCodPostales);
+  ~TFImportarVias() override;
+
+  // Components, top to bottom.
+  QGroupBox* GBModo;
+  QRadioButton* RBMasDeUno;
+  QRadioButton* RBUno;
+  QRadioButton* RBTodosConUno;
+  QGroupBox* GBDatosBusqueda;
+  QLabel* LProvincia_;
+  QComboBox* CBProvincias;
+  QLabel* LMunicipio_;
+  QComboBox* CBMunicipios;
+  QPushButton* advGBBuscarViasPorMunicipio;
+  QPushButton* advGBBuscarViasPorProvincia;
+  QPushButton* advGBGuardarPorProvincia;
+  TStringGrid* SGVias;
+  QGroupBox* GBDatosZelmor;
+  QLabel* LProvinciaZelmor_;
+  QComboBox* CBProvinciasZelmor;
+  QLabel* LMunicipioZelmor_;
+  QComboBox* CBMunicipiosZelmor;
+  QPushButton* advGBGuardarPorMunicipio;
+  QWidget* advPBotones;
+  QStatusBar* sbEstado;
+  QLabel* LMensaje_;
+  QPushButton* advGBCancelar;
+  QMenu* PMGuardarPorProvincia;
+  QAction* MIGuardarPorProvincia;
+  THTTPReqResp* HTTPWebServices;
+  TXMLDocument* XML;
+
+  TVentanaEspera* oFormMensaje = nullptr;
+  TClaseCodPostales* oCodPostales;
+  bool bPorProvincias = false;
+
+  // The service client. pnIntento is the attempt (callers pass 0); a
+  // transport failure retries up to six attempts in all.
+  bool TraeProvincias(int pnIntento);
+  bool TraeMunicipios(int pnIntento);
+  bool TraeVias(int pnIntento, const QString& psProvincia, const QString& psMunicipio);
+  bool CargaProvincias();
+  bool CargaMunicipios();
+  bool CargaVias();
+
+  // Form handlers.
+  void FormShow();
+  void FormResize();
+  void FormClose();
+  void FormKeyDown(int& Key);
+  void TomaFoco(QObject* Sender);
+  void DejaFoco(QObject* Sender);
+  void TomaFocoBoton(QObject* Sender);
+  void DejaFocoBoton(QObject* Sender);
+  void RBMasDeUnoClick(QObject* Sender);
+
+  // Selection lists and searches.
+  void CBProvinciasExit(QObject* Sender);
+  void CBProvinciasZelmorExit(QObject* Sender);
+  void advGBBuscarViasPorMunicipioClick();
+  void advGBBuscarViasPorProvinciaClick();
+  void LimpiaDatos(bool pbLimbiarCombos);
+  void CargaMunicipiosUnCodigo();
+  void CargaMunicipiosMasDeUnCodigo();
+  void CargaProvinciasZelmor();
+  void LiberaProvinciasZelmor();
+  void LiberaMunicipiosZelmor();
+  static QString ConvierteProvincia(const QString& psProvincia);
+  int Indice(QComboBox* poCombo, const QString& psTexto) const;
+
+  // Storing the grid's streets.
+  void advGBGuardarPorMunicipioClick();
+  void GuardaVias();
+  bool CompruebaMunicipioConUnicoCP();
+
+  // Runs over saved answers.
+  void advGBGuardarPorProvinciaClick();
+  void MIGuardarPorProvinciaClick();
+
+  // Mode 1: the postcode text file of the municipality in CBProvincias.
+  bool ImportarViasMasUnCodigo();
+
+  // The "POSTAL" folder under the folder of the controller's alias.
+  QString CarpetaPostal() const;
+  // TempCalles.XML in the executable's folder.
+  static QString RutaTempCalles();
+
+ protected:
+  void showEvent(QShowEvent* event) override;
+  void resizeEvent(QResizeEvent* event) override;
+  void closeEvent(QCloseEvent* event) override;
+  void done(int resultado) override;
+  bool eventFilter(QObject* watched, QEvent* event) override;
+
+ private:
+  void CreaControles();
+  // Saves the answer in the XML document as POSTAL/<province>/<name>.xml.
+  void GuardaRespuesta(const QString& psProvincia, const QString& psMunicipio);
+  // The loaders' frame: runs the walk, turns its faults into false.
+  bool RecorreRespuesta(const QString& psTextoEspera, const std::function<void()>& recorrido);
+  void AsignaManejadores();
+  void CierraFormMensaje();
+  // The width rule of the grid's name column for the mode in force.
+  void AjustaColumnas();
+  bool bCerrado = false;
+  TEventosControles* oEventos = nullptr;
+};

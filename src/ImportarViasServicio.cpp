@@ -1,0 +1,282 @@
+// TFImportarVias: the client of the cadastre's street-directory service
+// OVCCallejero -- the three requests, the retries, the answers kept in
+// TempCalles.XML or saved per municipality, and the walk that fills the
+// combos and the street grid.
+#include <QComboBox>
+#include <QDir>
+#include <QDomElement>
+#include <QFile>
+#include <QLabel>
+#include <QtDebug>
+#include <functional>
+
+#include "ClaseCodPostales.h"
+#include "ImportarVias.h"
+#include "ImportarViasServicio.h"
+#include "THTTPReqResp.h"
+#include "TStringGrid.h"
+#include "TXMLDocument.h"
+#include "dbase/core/path.h"
+#include "services/Rficheros.h"
+#include "services/Rmensaje.h"
+
+namespace {
+
+const QString kTituloError = QStringLiteral("Error al importar datos");
+
+// One request of the service: its action, the parameter elements and the
+// texts the user sees while it runs and when it fails.
+struct ConsultaOvc {
+  const char* accion;
+  QStringList parametros;  // name, value, name, value...
+  QString textoEspera;
+  QString textoError;
+};
+
+// What the loaders walk: the answer's result element, its count and list.
+class RespuestaOvc {
+ public:
+  explicit RespuestaOvc(const QDomDocument& documento) {
+    const QDomElement sobre = documento.firstChildElement(QStringLiteral("soap:Envelope"));
+    if (sobre.isNull()) throw std::runtime_error("la respuesta no es un sobre SOAP");
+    // The body, the operation's response element, its result element.
+    resultado_ = sobre.firstChild().firstChild().firstChild().toElement();
+    if (resultado_.isNull()) throw std::runtime_error("la respuesta no trae resultado");
+  }
+
+  // The count of the control element; 0 when it is missing.
+  int Cuenta(const QString& nombre) const {
+    const QDomElement cuenta = resultado_.firstChildElement(QStringLiteral("control")).firstChildElement(nombre);
+    if (cuenta.isNull()) return 0;
+    bool ok = false;
+    const int valor = cuenta.text().trimmed().toInt(&ok);
+    if (!ok) throw std::runtime_error("la cuenta de la respuesta no es un número");
+    return valor;
+  }
+
+  // Entries 0 to cuenta - 1 of the list element, in order. A list shorter
+  // than the count ends the walk with an error at the first missing entry.
+  void Recorre(const QString& lista, int cuenta, const std::function<void(const QDomElement&)>& visita) const {
+    const QDomElement elemento = resultado_.firstChildElement(lista);
+    if (cuenta <= 0 || elemento.isNull()) return;
+    const QDomNodeList entradas = elemento.childNodes();
+    for (int i = 0; i < cuenta; ++i) {
+      if (i >= entradas.size()) throw std::runtime_error("la respuesta trae menos entradas de las que cuenta");
+      visita(entradas.at(i).toElement());
+    }
+  }
+
+ private:
+  QDomElement resultado_;
+};
+
+// The text of a child element that must be there.
+QString TextoDe(const QDomElement& entrada, const char* hijo) {
+  const QDomElement elemento = entrada.firstChildElement(QString::fromLatin1(hijo));
+  if (elemento.isNull()) throw std::runtime_error(std::string("falta el elemento ") + hijo);
+  return elemento.text();
+}
+
+// The request text: one line per element, each ending in a lone CR.
+QString Sobre(const QStringList& parametros) {
+  QString sobre = QStringLiteral("<?xml version=\"1.0\" encoding=\"utf-8\"?>\r");
+  sobre += QStringLiteral(
+      "<soap:Envelope xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
+      "xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\" "
+      "xmlns:soap=\"http://schemas.xmlsoap.org/soap/envelope/\">\r");
+  sobre += QStringLiteral("  <soap:Body>\r");
+  for (int i = 0; i + 1 < parametros.size(); i += 2) {
+    const QString& nombre = parametros[i];
+    // Values go in as they stand: the service's names hold nothing to escape.
+    sobre += QStringLiteral("    <%1 xmlns=\"%2\">%3</%1>\r").arg(nombre, QLatin1String(kEspacioOvc), parametros[i + 1]);
+  }
+  sobre += QStringLiteral("  </soap:Body>\r");
+  sobre += QStringLiteral("</soap:Envelope>\r");
+  return sobre;
+}
+
+// Grid painting off while the rows go in, on again however the walk ends.
+class PinturaSuspendida {
+ public:
+  explicit PinturaSuspendida(QWidget* control) : control_(control) { control_->setUpdatesEnabled(false); }
+  ~PinturaSuspendida() {
+    control_->setUpdatesEnabled(true);
+    control_->update();
+  }
+
+ private:
+  QWidget* control_;
+};
+
+}  // namespace
+
+QString EndpointOvc() {
+  const QString entorno = qEnvironmentVariable("CODPOSTALES_OVC_URL");
+  return entorno.isEmpty() ? QString::fromLatin1(kEndpointOvc) : entorno;
+}
+
+QString NombreDeFicheroGuardado(const QString& psNombre) {
+  QString nombre = psNombre;
+  nombre.replace(QStringLiteral("/"), QStringLiteral("()"), Qt::CaseInsensitive);
+  nombre.replace(QStringLiteral("\\"), QStringLiteral(")("), Qt::CaseInsensitive);
+  // What would leave the folder or trouble the file system is refused; the
+  // service's own names never hold it.
+  const bool controles = std::any_of(nombre.cbegin(), nombre.cend(), [](QChar c) { return c.unicode() < 0x20; });
+  if (nombre.trimmed().isEmpty() || nombre == QLatin1String(".") || nombre == QLatin1String("..") || controles)
+    throw std::runtime_error(
+        QStringLiteral("«%1» no sirve como nombre de fichero o carpeta").arg(psNombre).toStdString());
+  return nombre;
+}
+
+// The steps every request shares. `reintenta` makes the nested call of the
+// next attempt; its result is not taken over, so this run goes on with its
+// own, empty answer -- that is how the import has always retried.
+static bool Consulta(TFImportarVias& f, const ConsultaOvc& consulta, int pnIntento,
+                     const std::function<bool(int)>& reintenta, const std::function<bool()>& alRecibir) {
+  bool resultado = true;
+  QByteArray respuesta;
+  f.HTTPWebServices->URL = EndpointOvc();
+  f.HTTPWebServices->SoapAction = QString::fromLatin1(kAccionOvc) + QLatin1String(consulta.accion);
+  f.HTTPWebServices->Proxy = QString();
+  const QByteArray peticion = Sobre(consulta.parametros).toUtf8();
+  try {
+    CambiaMensaje(consulta.textoEspera, f.oFormMensaje);
+    f.HTTPWebServices->Execute(peticion, respuesta);
+  } catch (const std::exception& e) {
+    qWarning().noquote() << "OVCCallejero" << consulta.accion << "intento" << pnIntento << ":" << e.what();
+    if (pnIntento < 5) {
+      reintenta(pnIntento + 1);
+    } else {
+      resultado = false;
+      CierraMensaje(f.oFormMensaje);
+      f.oFormMensaje = nullptr;
+      Mensaje_Error(&f, consulta.textoError, kTituloError);
+    }
+  }
+  if (resultado) {
+    f.XML->LoadFromBytes(respuesta);
+    resultado = alRecibir();
+  }
+  return resultado;
+}
+
+bool TFImportarVias::TraeProvincias(int pnIntento) {
+  const ConsultaOvc consulta{
+      "ConsultaProvincia", {}, QStringLiteral("Importando listado de provincias..."),
+      QStringLiteral("Se ha producido un error al localizar las provincias.\rReinténtelo más tarde")};
+  return Consulta(
+      *this, consulta, pnIntento, [this](int intento) { return TraeProvincias(intento); },
+      [this] {
+        XML->SaveToFile(RutaTempCalles());
+        return CargaProvincias();
+      });
+}
+
+bool TFImportarVias::TraeMunicipios(int pnIntento) {
+  const QString provincia = CBProvincias->currentText();
+  const ConsultaOvc consulta{
+      "ConsultaMunicipio",
+      {QStringLiteral("Provincia"), provincia, QStringLiteral("Municipio"), QString()},
+      QStringLiteral("Importando municipios de la provincia ") + provincia,
+      QStringLiteral("Se ha producido un error al localizar los municipios de la provincia seleccionada ") + provincia +
+          QStringLiteral("\rReinténtelo más tarde")};
+  return Consulta(
+      *this, consulta, pnIntento, [this](int intento) { return TraeMunicipios(intento); },
+      [this] {
+        XML->SaveToFile(RutaTempCalles());
+        return CargaMunicipios();
+      });
+}
+
+bool TFImportarVias::TraeVias(int pnIntento, const QString& psProvincia, const QString& psMunicipio) {
+  const QString municipio = CBMunicipios->currentText();
+  const ConsultaOvc consulta{
+      "ConsultaVia",
+      {QStringLiteral("Provincia"), CBProvincias->currentText(), QStringLiteral("Municipio"), municipio,
+       QStringLiteral("TipoVia"), QString(), QStringLiteral("NombreVia"), QString()},
+      QStringLiteral("Importando datos del municipio ") + municipio,
+      QStringLiteral("Se ha producido un error al localizar las vías del municipio seleccionado ") + municipio +
+          QStringLiteral("\rReinténtelo más tarde")};
+  return Consulta(
+      *this, consulta, pnIntento,
+      [this, psProvincia, psMunicipio](int intento) { return TraeVias(intento, psProvincia, psMunicipio); },
+      [this, psProvincia, psMunicipio] {
+        if (psMunicipio.isEmpty()) {
+          XML->SaveToFile(RutaTempCalles());
+          return CargaVias();
+        }
+        GuardaRespuesta(psProvincia, psMunicipio);
+        return true;
+      });
+}
+
+void TFImportarVias::GuardaRespuesta(const QString& psProvincia, const QString& psMunicipio) {
+  const QString fichero = NombreDeFicheroGuardado(psMunicipio) + QStringLiteral(".xml");
+  const QString carpetaProvincia = NombreDeFicheroGuardado(psProvincia);
+  // Each folder is made when missing, without parents; when one cannot be,
+  // the answer is simply not kept.
+  const QString postal = CarpetaPostal();
+  if (!QDir(postal).exists()) QDir().mkdir(postal);
+  const QString provincia =
+      QString::fromStdString(dbase::resolveDirectoryCaseInsensitive(SlashSep(postal, carpetaProvincia, u'/').toStdString()));
+  if (!QDir(provincia).exists()) QDir().mkdir(provincia);
+  if (!QDir(provincia).exists()) return;
+  const QString ruta = SlashSep(provincia, fichero, u'/');
+  if (QFile::exists(ruta) && !QFile::remove(ruta)) return;
+  XML->SaveToFile(ruta);
+}
+
+bool TFImportarVias::CargaProvincias() {
+  CBProvincias->clear();
+  return RecorreRespuesta(QStringLiteral("Cargando listado de provincias"), [this] {
+    const RespuestaOvc respuesta(XML->Documento());
+    const int cuenta = respuesta.Cuenta(QStringLiteral("cuprov"));
+    respuesta.Recorre(QStringLiteral("provinciero"), cuenta,
+                      [this](const QDomElement& prov) { CBProvincias->addItem(TextoDe(prov, "np")); });
+  });
+}
+
+bool TFImportarVias::CargaMunicipios() {
+  CBMunicipios->clear();
+  return RecorreRespuesta(QStringLiteral("Cargando datos de municipios"), [this] {
+    const RespuestaOvc respuesta(XML->Documento());
+    const int cuenta = respuesta.Cuenta(QStringLiteral("cumun"));
+    respuesta.Recorre(QStringLiteral("municipiero"), cuenta,
+                      [this](const QDomElement& muni) { CBMunicipios->addItem(TextoDe(muni, "nm")); });
+  });
+}
+
+bool TFImportarVias::CargaVias() {
+  return RecorreRespuesta(QStringLiteral("Cargando datos de vías"), [this] {
+    const RespuestaOvc respuesta(XML->Documento());
+    const int cuenta = respuesta.Cuenta(QStringLiteral("cuca"));
+    LMensaje_->setText(QStringLiteral("Se han encontrado %1 vías").arg(cuenta));
+    const PinturaSuspendida pintura(SGVias);
+    respuesta.Recorre(QStringLiteral("callejero"), cuenta, [this](const QDomElement& calle) {
+      const QDomElement dir = calle.firstChildElement(QStringLiteral("dir"));
+      if (dir.isNull()) return;
+      // The first street takes the empty row 1 that clearing the grid left.
+      if (SGVias->RowCount() >= 2 && !SGVias->Cells(1, 1).trimmed().isEmpty())
+        SGVias->SetRowCount(SGVias->RowCount() + 1);
+      const int fila = SGVias->RowCount() - 1;
+      SGVias->SetRow(fila);
+      SGVias->SetCells(0, fila, dir.firstChildElement(QStringLiteral("tv")).text().trimmed());
+      SGVias->SetCells(1, fila, TextoDe(dir, "nv").trimmed().left(kLongitudNombreVia));
+    });
+  });
+}
+
+// The loaders' shared frame: nothing is walked in an empty document, and any
+// fault of the walk is a silent failure that closes the wait window.
+bool TFImportarVias::RecorreRespuesta(const QString& psTextoEspera, const std::function<void()>& recorrido) {
+  try {
+    if (!XML->HasChildNodes()) return true;
+    CambiaMensaje(psTextoEspera, oFormMensaje);
+    recorrido();
+    return true;
+  } catch (const std::exception& e) {
+    qWarning().noquote() << "OVCCallejero: respuesta no cargada:" << e.what();
+    CierraFormMensaje();
+    return false;
+  }
+}
