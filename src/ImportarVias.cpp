@@ -60,7 +60,7 @@ QPushButton* NuevoBoton(const char* nombre, const QString& texto, const QString&
 }  // namespace
 
 TFImportarVias::TFImportarVias(QWidget* AOwner, TClaseCodPostales* poCodPostales)
-    : QDialog(AOwner), oCodPostales(poCodPostales) {
+    : QDialog(AOwner), oCodPostales(poCodPostales), sAlias(poCodPostales ? poCodPostales->sAlias : QString()) {
   HTTPWebServices = new THTTPReqResp(this);
   XML = new TXMLDocument;
   CreaControles();
@@ -233,7 +233,7 @@ void TFImportarVias::AsignaManejadores() {
 }
 
 QString TFImportarVias::CarpetaPostal() const {
-  const QString carpeta = SlashSep(RutaDelAlias(oCodPostales->sAlias), QStringLiteral("POSTAL"), u'\\');
+  const QString carpeta = SlashSep(RutaDelAlias(sAlias), QStringLiteral("POSTAL"), u'\\');
   return QString::fromStdString(dbase::resolveDirectoryCaseInsensitive(carpeta.toStdString()));
 }
 

@@ -38,6 +38,8 @@ class TFImportarVias : public QDialog {
   Q_OBJECT
 
  public:
+  // The controller may be null when the dialog only fetches from the
+  // service; the host's lists and the storing need it.
   TFImportarVias(QWidget* AOwner, TClaseCodPostales* poCodPostales);
   ~TFImportarVias() override;
 
@@ -72,7 +74,13 @@ class TFImportarVias : public QDialog {
 
   TVentanaEspera* oFormMensaje = nullptr;
   TClaseCodPostales* oCodPostales;
+  // The alias whose folder holds the "POSTAL" folder: the controller's. A
+  // dialog used only as the service's client (no controller) is given one.
+  QString sAlias;
   bool bPorProvincias = false;
+  // What the last GuardaVias stored: rows appended, or on the review path
+  // street types filled in (the count its final message gives).
+  int nViasImportadas = 0;
 
   // The service client. pnIntento is the attempt (callers pass 0); a
   // transport failure retries up to six attempts in all.

@@ -128,7 +128,7 @@ void TFImportarVias::CargaProvinciasZelmor() {
   LiberaProvinciasZelmor();
   LiberaMunicipiosZelmor();
   std::unique_ptr<TTable> provincias(
-      CreaTabla(oCodPostales->sAlias, QStringLiteral("PROVIN.DBF"), QStringLiteral("ALFABETICO"), false, true));
+      CreaTabla(sAlias, QStringLiteral("PROVIN.DBF"), QStringLiteral("ALFABETICO"), false, true));
   TBFiltra(provincias.get(), QStringLiteral("GRUPO=1"));
   TField* nombre = provincias->FieldByName(QStringLiteral("PROVINCIA"));
   TField* codigo = provincias->FieldByName(QStringLiteral("CODIGO"));
@@ -146,7 +146,7 @@ void TFImportarVias::CBProvinciasZelmorExit(QObject* Sender) {
     LiberaMunicipiosZelmor();
     const QString clave = StrRight(QStringLiteral("00") + Int_Cad(CBProvinciasZelmor->itemData(elegida).toInt()), 2);
     std::unique_ptr<TTable> municipios(
-        CreaTabla(oCodPostales->sAlias, QStringLiteral("MUNICIPI.DBF"), QStringLiteral("COD_INE"), false, true));
+        CreaTabla(sAlias, QStringLiteral("MUNICIPI.DBF"), QStringLiteral("COD_INE"), false, true));
     TField* provincia = municipios->FieldByName(QStringLiteral("COD_PROV"));
     TField* nombre = municipios->FieldByName(QStringLiteral("NOMBRE"));
     TField* postal = municipios->FieldByName(QStringLiteral("CODPOSTAL"));

@@ -36,6 +36,12 @@ int municipio(const std::vector<std::string>& args);
 int sugerir(const std::vector<std::string>& args);
 int cp(const std::vector<std::string>& args);
 int ine(const std::vector<std::string>& args);
+// The street-directory service of the cadastre (or the endpoint named by
+// CODPOSTALES_OVC_URL): its lists as CSV, and saved answers.
+int ovc(const std::vector<std::string>& args);
+// Stores the streets of a saved answer in the street table, as the import
+// dialog does, without a window.
+int importar(const std::vector<std::string>& args);
 
 // Spanish usage text.
 void muestraUso(std::FILE* salida);

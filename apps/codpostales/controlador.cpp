@@ -1,12 +1,53 @@
 #include "controlador.h"
 
+#include <QApplication>
 #include <charconv>
+#include <cstdio>
 #include <climits>
 
 #include "ClaseCodPostales.h"
 #include "cli.h"
 
 namespace cli {
+
+namespace {
+
+void sinMensajes(QtMsgType, const QMessageLogContext&, const QString&) {}
+
+void escribeMensaje(const QString& titulo, const QString& texto) {
+  const QString linea = titulo.isEmpty() ? texto : titulo + QStringLiteral(": ") + texto;
+  std::fprintf(stderr, "codpostales: %s\n", QString(linea).replace(u'\n', u' ').toUtf8().constData());
+}
+
+}  // namespace
+
+void PresentadorConsola::error(QObject* propietario, const QString& texto, const QString& titulo) {
+  RegistroMensajes::error(propietario, texto, titulo);
+  escribeMensaje(titulo, texto);
+}
+
+void PresentadorConsola::info(QObject* propietario, const QString& texto, const QString& titulo, int opcion) {
+  RegistroMensajes::info(propietario, texto, titulo, opcion);
+  escribeMensaje(titulo, texto);
+}
+
+void PresentadorConsola::emergente(QObject* propietario, const QString& texto, const QString& titulo,
+                                   const QString& posicion, int icono, const QString& detalle) {
+  RegistroMensajes::emergente(propietario, texto, titulo, posicion, icono, detalle);
+  escribeMensaje(titulo, texto);
+}
+
+std::unique_ptr<QApplication> creaAplicacion() {
+  if (QApplication::instance()) return nullptr;
+  if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
+  static int argc = 1;
+  static char nombre[] = "codpostales";
+  static char* argv[] = {nombre, nullptr};
+  const QtMessageHandler anterior = qInstallMessageHandler(sinMensajes);
+  auto aplicacion = std::make_unique<QApplication>(argc, argv);
+  qInstallMessageHandler(anterior);
+  return aplicacion;
+}
 
 OpcionesBusqueda leeOpcionesBusqueda(const std::string& orden, const std::vector<std::string>& args,
                                      std::initializer_list<const char*> opciones) {

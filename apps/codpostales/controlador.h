@@ -4,12 +4,15 @@
 #pragma once
 
 #include <QString>
+
+#include "services/Rmensaje.h"
 #include <initializer_list>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+class QApplication;
 class TClaseCodPostales;
 
 namespace cli {
@@ -24,6 +27,23 @@ struct OpcionesBusqueda {
 
   bool tiene(const std::string& nombre) const { return valores.count(nombre) != 0; }
   const std::string& valor(const std::string& nombre) const { return valores.at(nombre); }
+};
+
+// Widgets need an application; without a display the offscreen platform
+// does. What the platform says while it starts (no XDG_RUNTIME_DIR, ...) is
+// not the command's business and would mix with its own messages. Null when
+// an application exists already.
+std::unique_ptr<QApplication> creaAplicacion();
+
+// The component's messages on a terminal: boxes and notices go to standard
+// error as "title: text" lines (and are recorded, as RegistroMensajes does);
+// wait windows are never shown.
+class PresentadorConsola : public RegistroMensajes {
+ public:
+  void error(QObject* propietario, const QString& texto, const QString& titulo) override;
+  void info(QObject* propietario, const QString& texto, const QString& titulo, int opcion) override;
+  void emergente(QObject* propietario, const QString& texto, const QString& titulo, const QString& posicion,
+                 int icono, const QString& detalle) override;
 };
 
 // ErrorDeUso for an option the search does not take, or a repeated one.

@@ -17,23 +17,6 @@ namespace cli {
 
 namespace {
 
-void sinMensajes(QtMsgType, const QMessageLogContext&, const QString&) {}
-
-// Widgets need an application; without a display the offscreen platform does.
-// What the platform says while it starts (no XDG_RUNTIME_DIR, ...) is not
-// the command's business and would mix with its own messages.
-std::unique_ptr<QApplication> creaAplicacion() {
-  if (QApplication::instance()) return nullptr;
-  if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
-  static int argc = 1;
-  static char nombre[] = "codpostales";
-  static char* argv[] = {nombre, nullptr};
-  const QtMessageHandler anterior = qInstallMessageHandler(sinMensajes);
-  auto aplicacion = std::make_unique<QApplication>(argc, argv);
-  qInstallMessageHandler(anterior);
-  return aplicacion;
-}
-
 int noEncontrado(const std::string& salida, const std::string& motivo) {
   escribe(salida);
   std::fprintf(stderr, "codpostales: %s\n", motivo.c_str());

@@ -28,6 +28,8 @@ int ejecuta(const std::vector<std::string>& args) {
   if (args[0] == "sugerir") return cli::sugerir(resto);
   if (args[0] == "cp") return cli::cp(resto);
   if (args[0] == "ine") return cli::ine(resto);
+  if (args[0] == "ovc") return cli::ovc(resto);
+  if (args[0] == "importar") return cli::importar(resto);
   throw cli::ErrorDeUso("orden desconocida: «" + args[0] + "» (codpostales --ayuda muestra las órdenes)");
 }
 
