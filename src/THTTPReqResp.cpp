@@ -9,6 +9,7 @@
 #include <QNetworkRequest>
 #include <QTimer>
 #include <QUrl>
+#include <algorithm>
 #include <memory>
 
 #ifndef CODPOSTALES_VERSION
@@ -32,11 +33,17 @@ bool EsDeEstaMaquina(const QUrl& url) {
   return !direccion.isNull() && direccion.isLoopback();
 }
 
-// When the last request of the process left, over every transport.
+// When the last request of the process left, and how many requests in a row
+// have failed since the last answer, over every transport.
 QElapsedTimer& UltimaPeticion() {
   static QElapsedTimer reloj;
   return reloj;
 }
+int& FallosSeguidos() {
+  static int fallos = 0;
+  return fallos;
+}
+constexpr int kEsperaMaximaMs = 10000;
 
 // Waits without taking user input: the window repaints, no button reacts.
 void Espera(int ms) {
@@ -78,17 +85,24 @@ int THTTPReqResp::IntervaloMinimoMs() const {
 }
 
 void THTTPReqResp::RespetaIntervalo() {
+  // A struggling server is given more room after each failure in a row.
+  const int intervalo = std::min(IntervaloMinimoMs() << std::min(FallosSeguidos(), 5), kEsperaMaximaMs);
   QElapsedTimer& ultima = UltimaPeticion();
-  if (ultima.isValid()) Espera(IntervaloMinimoMs() - int(ultima.elapsed()));
+  if (ultima.isValid()) Espera(intervalo - int(ultima.elapsed()));
   ultima.start();
 }
 
 void THTTPReqResp::Execute(const QByteArray& peticion, QByteArray& respuesta) {
+  RespetaIntervalo();
+  FallosSeguidos() += 1;  // until the answer is in
+  Envia(peticion, respuesta);
+  FallosSeguidos() = 0;
+}
+
+void THTTPReqResp::Envia(const QByteArray& peticion, QByteArray& respuesta) {
   const QUrl url(URL);
   if (!url.isValid() || (url.scheme() != QLatin1String("http") && url.scheme() != QLatin1String("https")))
     throw ErrorTransporte(QStringLiteral("La dirección del servicio no es válida: «%1»").arg(URL).toStdString());
-  RespetaIntervalo();
-
   QNetworkRequest pedido(url);
   pedido.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("text/xml; charset=utf-8"));
   pedido.setRawHeader("SOAPAction", '"' + SoapAction.toUtf8() + '"');

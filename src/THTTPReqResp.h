@@ -8,7 +8,8 @@
 // - a User-Agent on every request (the service refuses requests without one);
 // - at most one request every IntervaloMinimoMs() (the service bans
 //   addresses that ask more than about three times a second), whatever loop
-//   the caller runs;
+//   the caller runs, and twice the gap after each failure in a row (up to
+//   ten seconds), so retries give a struggling server room;
 // - bounded waits and a bounded answer, so a stalled or hostile server
 //   cannot hang the program or fill its memory.
 #pragma once
@@ -56,6 +57,7 @@ class THTTPReqResp : public QObject {
 
  private:
   void RespetaIntervalo();
+  void Envia(const QByteArray& peticion, QByteArray& respuesta);
   QNetworkAccessManager* oRed;
 };
 
