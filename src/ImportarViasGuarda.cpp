@@ -1,12 +1,351 @@
 // TFImportarVias: storing the grid's streets in the street table.
-#include "ImportarVias.h"
-#include "services/Rmensaje.h"
+//
+// GuardaVias appends the rows of SGVias to the controller's TPostal, skipping
+// streets already stored, or, for a municipality with several postcodes in
+// modes 2 and 3, only fills in the empty street type of rows already there.
+// It never deletes or replaces a row. A row that fails is cancelled and the
+// run goes on with the next one.
+#include <QComboBox>
+#include <QRadioButton>
+#include <QStringList>
+#include <exception>
+#include <memory>
 
-void TFImportarVias::advGBGuardarPorMunicipioClick() {
-  Mensaje_Info(this, QStringLiteral("El guardado de vías todavía no está disponible en esta versión."),
-               QStringLiteral("Guardar vías"), 0);
+#include "ClaseCodPostales.h"
+#include "CodPostalesDM.h"
+#include "ImportarVias.h"
+#include "TStringGrid.h"
+#include "dbase/TTable.h"
+#include "services/Rmensaje.h"
+#include "services/Rnumcad.h"
+#include "services/Ruttb.h"
+
+namespace {
+
+// Every row the import writes carries this capital flag, whatever the mode.
+const QString kCapitalImportado = QStringLiteral("9");
+// The first street code of an empty table.
+const QString kPrimerCodigo = QStringLiteral("99000000");
+// The stretch that stands for "every number": odd 1-9999, even 2-9998.
+constexpr int kImparIni = 1, kImparFin = 9999, kParIni = 2, kParFin = 9998;
+
+// Grid columns.
+constexpr int kColTipo = 0, kColVia = 1, kColCodPostal = 2, kColImparIni = 3;
+
+// The selected item's attached number, when an item is selected and has one.
+bool NumeroElegido(const QComboBox* combo, int& numero) {
+  const int indice = combo->currentIndex();
+  if (indice < 0) return false;
+  const QVariant dato = combo->itemData(indice);
+  if (!dato.isValid()) return false;
+  numero = dato.toInt();
+  return true;
 }
 
-void TFImportarVias::GuardaVias() {}
+// The province code of the selected item ("07"), or empty without one.
+QString CodigoProvincia(const QComboBox* provincias) {
+  int codigo = 0;
+  if (!NumeroElegido(provincias, codigo)) return QString();
+  return StrRight(QStringLiteral("00") + Int_Cad(codigo), 2);
+}
 
-bool TFImportarVias::CompruebaMunicipioConUnicoCP() { return false; }
+// The postcode of the selected municipality ("08001"), or empty without one.
+QString CodigoPostal(const QComboBox* municipios) {
+  int codigo = 0;
+  if (!NumeroElegido(municipios, codigo)) return QString();
+  return StrRight(QStringLiteral("00000") + Int_Cad(codigo), 5);
+}
+
+// A house number of the grid. Unlike Cad_Int, a cell that is not a whole
+// number is a fault: the row is not stored.
+int NumeroDeCelda(const QString& celda) {
+  bool ok = false;
+  const int numero = celda.trimmed().toInt(&ok);
+  if (!ok) throw std::invalid_argument("«" + celda.toStdString() + "» no es un número de portal");
+  return numero;
+}
+
+struct Tramo {
+  int imparIni = 0, imparFin = 0, parIni = 0, parFin = 0;
+  bool todoCero() const { return imparIni == 0 && imparFin == 0 && parIni == 0 && parFin == 0; }
+  bool esPorDefecto() const {
+    return imparIni == kImparIni && imparFin == kImparFin && parIni == kParIni && parFin == kParFin;
+  }
+  bool operator==(const Tramo&) const = default;
+};
+
+// The postcodes of the municipality chosen in the combos: every CODPOSTAL of
+// MUNICIPI.DBF rows of that name in that province. Index 0 of the
+// municipality combo is not taken as a choice here.
+QStringList CodigosPostalesDelMunicipio(const TFImportarVias& f) {
+  QStringList lista;
+  const QString provincia = CodigoProvincia(f.CBProvinciasZelmor);
+  const QString nombre =
+      f.CBMunicipiosZelmor->currentIndex() > 0 ? UpperCase(f.CBMunicipiosZelmor->currentText()) : QString();
+  if (provincia.isEmpty() || nombre.isEmpty()) return lista;
+  std::unique_ptr<TTable> municipios(
+      CreaTabla(f.oCodPostales->sAlias, QStringLiteral("MUNICIPI.DBF"), QStringLiteral("NOMBRE"), false, true));
+  TField* campoNombre = municipios->FieldByName(QStringLiteral("NOMBRE"));
+  TField* campoProvincia = municipios->FieldByName(QStringLiteral("COD_PROV"));
+  TField* campoPostal = municipios->FieldByName(QStringLiteral("CODPOSTAL"));
+  if (TBBusca(municipios.get(), {QStringLiteral("NOMBRE"), nombre}, true)) {
+    // Same-named municipalities of other provinces are passed over.
+    for (; !municipios->Eof() && campoNombre->AsString() == nombre; municipios->Next())
+      if (campoProvincia->AsString() == provincia) lista << campoPostal->AsString();
+  }
+  municipios->Close();
+  return lista;
+}
+
+// The code of the next row: the physically last row's CODIGO1 plus one, or
+// the first code on an empty table. Read through a cursor of its own in
+// physical order, so TPostal's order and position are not disturbed.
+QString SiguienteCodigo(TTable* postal) {
+  QString codigo = kPrimerCodigo;
+  TTable fisica;
+  fisica.SetDatabaseName(postal->DatabaseName());
+  fisica.SetTableName(postal->TableName());
+  fisica.Open();
+  if (!fisica.IsEmpty()) {
+    fisica.Last();
+    codigo = Int_Cad(fisica.FieldByName(QStringLiteral("CODIGO1"))->AsInteger() + 1);
+  }
+  fisica.Close();
+  return codigo;
+}
+
+// The state of one GuardaVias call, and the searches that need it.
+class Guardado {
+ public:
+  explicit Guardado(TFImportarVias& dialogo)
+      : f_(dialogo), dm_(dialogo.oCodPostales->oDataModule), postal_(dm_->TPostal) {}
+
+  // Positions TPostal at the street's first stretch in the province: the
+  // street tag orders by province, capital flag, name and type, so the seek
+  // names the flag the import writes.
+  void BuscaCalle(const QString& provincia, const QString& via) {
+    TBIndexa(QStringLiteral("VIA"), postal_);
+    postal_->First();
+    TBBusca(postal_,
+            {QStringLiteral("PROVINCIA"), provincia, QStringLiteral("CAPITAL"), kCapitalImportado,
+             QStringLiteral("VIA"), via, QStringLiteral("TIPO_VIA"), QString()},
+            false);
+  }
+
+  // Whether TPostal still stands on a stretch of the street.
+  bool EnLaCalle(const QString& provincia, const QString& viaMayusculas) const {
+    return !postal_->Eof() && dm_->TPostalPROVINCIA->AsString() == provincia &&
+           UpperCase(dm_->TPostalVIA->AsString()) == viaMayusculas;
+  }
+
+  // The duplicate test: a stretch of the street with this postcode and type
+  // and the same numbers, or the default stretch when the new one has none.
+  // The walk goes on to the end of the street even after a match.
+  bool BuscaEnPostal(const QString& provincia, const QString& tipo, const QString& via, const QString& codPostal,
+                     const Tramo& nuevo) {
+    BuscaCalle(provincia, via);
+    const QString viaMayusculas = UpperCase(via);
+    const QString tipoMayusculas = UpperCase(tipo);
+    bool repetida = false;
+    for (; EnLaCalle(provincia, viaMayusculas); postal_->Next()) {
+      if (dm_->TPostalCODPOSTAL->AsString() != codPostal || UpperCase(dm_->TPostalTIPO_VIA->AsString()) != tipoMayusculas)
+        continue;
+      const Tramo guardado{dm_->TPostalIMPAR_INI->AsInteger(), dm_->TPostalIMPAR_FIN->AsInteger(),
+                           dm_->TPostalPAR_INI->AsInteger(), dm_->TPostalPAR_FIN->AsInteger()};
+      if (guardado == nuevo || (guardado.esPorDefecto() && nuevo.todoCero())) repetida = true;
+    }
+    return repetida;
+  }
+
+  // The review path's test: leaves TPostal on the first stretch of the
+  // street under any of the municipality's postcodes.
+  bool BuscaEnPostal2(const QString& provincia, const QString& via) {
+    BuscaCalle(provincia, via);
+    const QString viaMayusculas = UpperCase(via);
+    for (; EnLaCalle(provincia, viaMayusculas); postal_->Next()) {
+      const QString codPostal = dm_->TPostalCODPOSTAL->AsString();
+      for (const QString& delMunicipio : postales_)
+        if (codPostal == delMunicipio) return true;
+    }
+    return false;
+  }
+
+  // Modes 2 and 3 for a municipality with several postcodes: no street is
+  // added; stored stretches of the grid's streets get their empty type.
+  void Revisa() {
+    if (f_.bPorProvincias) return;
+    postales_ = CodigosPostalesDelMunicipio(f_);
+    if (postales_.isEmpty()) return;
+    AbreEspera();
+    {
+      const CierraEspera cierra(f_, true);
+      const int filas = f_.SGVias->RowCount();
+      for (int i = 1; i < filas; ++i) {
+        Progreso(i, filas);
+        try {
+          const QString provincia = CodigoProvincia(f_.CBProvinciasZelmor);
+          const QString tipo = f_.SGVias->Cells(kColTipo, i);
+          const QString via = f_.SGVias->Cells(kColVia, i);
+          if (BuscaEnPostal2(provincia, via) && dm_->TPostalTIPO_VIA->AsString().isEmpty()) {
+            postal_->Edit();
+            dm_->TPostalTIPO_VIA->SetAsString(UpperCase(tipo));
+            TBPost(postal_);
+            Cuenta();
+          }
+        } catch (const std::exception&) {
+          postal_->Cancel();
+        }
+      }
+    }
+    Resumen();
+  }
+
+  // Mode 1, or a municipality with one postcode: the grid's streets not yet
+  // stored are appended.
+  void Inserta() {
+    const bool modo1 = f_.RBMasDeUno->isChecked();
+    AbreEspera();
+    {
+      const CierraEspera cierra(f_, !f_.bPorProvincias);
+      QString codigo = SiguienteCodigo(postal_);
+      const int filas = f_.SGVias->RowCount();
+      for (int i = 1; i < filas; ++i) {
+        Progreso(i, filas);
+        try {
+          const QString provincia = CodigoProvincia(f_.CBProvinciasZelmor);
+          const QString codPostal =
+              modo1 ? f_.SGVias->Cells(kColCodPostal, i) : CodigoPostal(f_.CBMunicipiosZelmor);
+          const QString tipo = f_.SGVias->Cells(kColTipo, i);
+          const QString via = f_.SGVias->Cells(kColVia, i);
+          Tramo tramo;
+          if (modo1)
+            tramo = {NumeroDeCelda(f_.SGVias->Cells(kColImparIni, i)),
+                     NumeroDeCelda(f_.SGVias->Cells(kColImparIni + 1, i)),
+                     NumeroDeCelda(f_.SGVias->Cells(kColImparIni + 2, i)),
+                     NumeroDeCelda(f_.SGVias->Cells(kColImparIni + 3, i))};
+          if (BuscaEnPostal(provincia, tipo, via, codPostal, tramo)) continue;
+          // Modes 2 and 3 bring no numbers: the whole street.
+          const Tramo escrito = tramo.todoCero() ? Tramo{kImparIni, kImparFin, kParIni, kParFin} : tramo;
+          const QString municipio = f_.CBMunicipiosZelmor->currentText();
+          postal_->Append();
+          dm_->TPostalPROVINCIA->SetAsString(provincia);
+          dm_->TPostalCAPITAL->SetAsString(kCapitalImportado);
+          dm_->TPostalTIPO_VIA->SetAsString(UpperCase(tipo));
+          dm_->TPostalVIA->SetAsString(UpperCase(via));
+          dm_->TPostalIMPAR_INI->SetAsInteger(escrito.imparIni);
+          dm_->TPostalIMPAR_FIN->SetAsInteger(escrito.imparFin);
+          dm_->TPostalPAR_INI->SetAsInteger(escrito.parIni);
+          dm_->TPostalPAR_FIN->SetAsInteger(escrito.parFin);
+          dm_->TPostalCODPOSTAL->SetAsString(codPostal);
+          dm_->TPostalMUNICIPI->SetAsString(municipio);
+          dm_->TPostalCOD_INE->SetAsString(f_.oCodPostales->BuscaCodIne(municipio, provincia));
+          dm_->TPostalNOMBRE_2->SetAsString(LowerCase(via));
+          dm_->TPostalCODIGO1->SetAsString(codigo);
+          TBPost(postal_);
+          codigo = Int_Cad(Cad_Int(codigo) + 1);
+          Cuenta();
+        } catch (const std::exception&) {
+          postal_->Cancel();
+        }
+      }
+    }
+    if (!f_.bPorProvincias) Resumen();
+  }
+
+ private:
+  // Closes the wait window when the run ends, however it ends.
+  class CierraEspera {
+   public:
+    CierraEspera(TFImportarVias& f, bool cierra) : f_(f), cierra_(cierra) {}
+    ~CierraEspera() {
+      if (!cierra_) return;
+      CierraMensaje(f_.oFormMensaje);
+      f_.oFormMensaje = nullptr;
+    }
+    CierraEspera(const CierraEspera&) = delete;
+    CierraEspera& operator=(const CierraEspera&) = delete;
+
+   private:
+    TFImportarVias& f_;
+    bool cierra_;
+  };
+
+  void AbreEspera() {
+    if (!f_.oFormMensaje)
+      f_.oFormMensaje =
+          MuestraMensaje(QStringLiteral("Importando las calles de ") + f_.CBMunicipiosZelmor->currentText(), &f_);
+  }
+
+  void Progreso(int fila, int filas) {
+    CambiaMensaje(QStringLiteral("Importando las calles... ") + Int_Cad(fila) + QStringLiteral(" de ") +
+                      Int_Cad(filas - 1) + QStringLiteral(" de ") + f_.CBMunicipiosZelmor->currentText(),
+                  f_.oFormMensaje);
+  }
+
+  // The dialog sees the count as it goes, so a run cut short still tells.
+  void Cuenta() { f_.nViasImportadas = ++importadas_; }
+
+  void Resumen() {
+    Mensaje_Info(f_.parent(),
+                 QStringLiteral("Se han importado ") + Int_Cad(importadas_) +
+                     QStringLiteral(" calles al módulo de Códigos Postales"),
+                 QStringLiteral("Importación finalizada"), 0);
+  }
+
+  TFImportarVias& f_;
+  TDMCodPostales* dm_;
+  TTable* postal_;
+  QStringList postales_;  // review path: the municipality's postcodes
+  int importadas_ = 0;
+};
+
+}  // namespace
+
+void TFImportarVias::advGBGuardarPorMunicipioClick() {
+  if (SGVias->RowCount() < 2) {
+    Mensaje_Info(parent(), QStringLiteral("No hay vías que importar. El listado está vacío"),
+                 QStringLiteral("Busque antes las vías"), 0);
+    return;
+  }
+  int provincia = 0, municipio = 0;
+  if (NumeroElegido(CBProvinciasZelmor, provincia) && provincia != 0 &&
+      NumeroElegido(CBMunicipiosZelmor, municipio) && municipio != 0) {
+    GuardaVias();
+    return;
+  }
+  Mensaje_Info(parent(), QStringLiteral("No ha indicado correctamente el nombre de la provincia o el municipio"),
+               QStringLiteral("Seleccione donde importar las calles"), 0);
+}
+
+void TFImportarVias::GuardaVias() {
+  nViasImportadas = 0;
+  Guardado guardado(*this);
+  if ((RBUno->isChecked() || RBTodosConUno->isChecked()) && !CompruebaMunicipioConUnicoCP())
+    guardado.Revisa();
+  else
+    guardado.Inserta();
+}
+
+bool TFImportarVias::CompruebaMunicipioConUnicoCP() {
+  QString provincia = CodigoProvincia(CBProvinciasZelmor);
+  QString postal = CodigoPostal(CBMunicipiosZelmor);
+  if (provincia.isEmpty()) provincia = QStringLiteral("00");
+  if (postal.isEmpty()) postal = QStringLiteral("00000");
+  const QString nombre = CBMunicipiosZelmor->currentText();
+  if (provincia == QLatin1String("00") || postal == QLatin1String("00000") || nombre.isEmpty()) return false;
+
+  std::unique_ptr<TTable> municipios(
+      CreaTabla(oCodPostales->sAlias, QStringLiteral("MUNICIPI.DBF"), QStringLiteral("NOMBRE"), false, true));
+  bool unico = false;
+  if (TBBusca(municipios.get(), {QStringLiteral("NOMBRE"), nombre}, true)) {
+    TField* campoNombre = municipios->FieldByName(QStringLiteral("NOMBRE"));
+    TField* campoProvincia = municipios->FieldByName(QStringLiteral("COD_PROV"));
+    for (; !municipios->Eof() && campoNombre->AsString() == nombre; municipios->Next()) {
+      if (campoProvincia->AsString() != provincia) continue;
+      unico = municipios->FieldByName(QStringLiteral("UNICO"))->AsString() == QLatin1String("S");
+      break;
+    }
+  }
+  municipios->Close();
+  return unico;
+}
