@@ -82,6 +82,39 @@ print(json.dumps([{k: texto(v) for k, v in fila.items()} for fila in tabla], ens
   return filas;
 }
 
+std::string rutaCodpostales() { return CODPOSTALES_BINARY_DIR "/bin/codpostales"; }
+
+Ejecucion ejecutaImportar(const QStringList& args) {
+  QProcess proceso;
+  proceso.start(QString::fromStdString(rutaCodpostales()), QStringList{QStringLiteral("importar")} + args);
+  Ejecucion e;
+  if (!proceso.waitForFinished(120000)) {
+    proceso.kill();
+    proceso.waitForFinished();
+    return e;
+  }
+  if (proceso.exitStatus() == QProcess::NormalExit) e.salida = proceso.exitCode();
+  e.out = proceso.readAllStandardOutput().toStdString();
+  e.err = proceso.readAllStandardError().toStdString();
+  return e;
+}
+
+QByteArray respuestaDeVias(const QList<std::pair<QString, QString>>& calles) {
+  // No blanks between the wrapper elements: the reader walks first children.
+  QString xml = QStringLiteral(
+      "<?xml version=\"1.0\" encoding=\"utf-8\"?><soap:Envelope "
+      "xmlns:soap=\"http://schemas.xmlsoap.org/soap/envelope/\"><soap:Body><Callejero "
+      "xmlns=\"http://www.catastro.meh.es/\"><consulta_callejero><control><cuca>%1</cuca></control><callejero>")
+                    .arg(calles.size());
+  int cv = 0;
+  for (const auto& [tipo, nombre] : calles)
+    xml += QStringLiteral("<calle><loine><cp>28</cp><cm>79</cm></loine><dir><cv>%1</cv><tv>%2</tv><nv>%3</nv></dir></calle>")
+               .arg(++cv)
+               .arg(tipo.toHtmlEscaped(), nombre.toHtmlEscaped());
+  xml += QStringLiteral("</callejero></consulta_callejero></Callejero></soap:Body></soap:Envelope>");
+  return xml.toUtf8();
+}
+
 GuardaViasTest::GuardaViasTest() {
   escribeJuegoDeReferencia(dir.path());
   anadeFilas(dir.file("MUNICIPI.DBF"), {{"28065", "28902", "N", "N", "GETAFE", "28", "0065", "065", "F"},

@@ -42,6 +42,21 @@ std::vector<Fila> leeTabla(const std::string& ruta);
 // text in `error` when the reader could not be run.
 std::vector<Fila> leeConDbfread(const std::string& ruta, std::string& error);
 
+// The codpostales command of this build.
+std::string rutaCodpostales();
+
+struct Ejecucion {
+  int salida = -1;  // exit status; -1 when it did not end by itself
+  std::string out;
+  std::string err;
+};
+// Runs `codpostales importar` with these arguments to its end.
+Ejecucion ejecutaImportar(const QStringList& args);
+
+// A saved answer of the street-directory service listing these streets
+// (type, name), as ConsultaVia answers.
+QByteArray respuestaDeVias(const QList<std::pair<QString, QString>>& calles);
+
 class GuardaViasTest : public ::testing::Test {
  protected:
   GuardaViasTest();

@@ -510,3 +510,68 @@ TEST_F(GuardaViasTest, BareControllerStoresInTheAliasFolderStreetFileEvenWithPro
   EXPECT_EQ(calles().size(), 2u);
   EXPECT_EQ(leeTabla(dir.file("Postales/POSTAL28.DBF")).size(), 5u);
 }
+
+// The command line runs the same storing path without a window.
+class OrdenImportarTest : public GuardaViasTest {
+ protected:
+  void SetUp() override {
+    escribeCalles({});
+    testsupport::writeFile(dir.file("vias.xml"),
+                           respuestaDeVias({{"CL", "NUEVA"}, {"AV", "DEL RIO"}, {"PZ", "ÑANDÚ"}}).toStdString());
+  }
+  Ejecucion importa(const QString& provincia, const QString& municipio, const QStringList& mas = {}) {
+    return ejecutaImportar(QStringList{"--alias", QString::fromStdString(dir.path()), "--xml",
+                                       QString::fromStdString(dir.file("vias.xml")), "--provincia", provincia,
+                                       "--municipio", municipio} +
+                           mas);
+  }
+};
+
+TEST_F(OrdenImportarTest, StoresTheAnswerAndPrintsHowManyAsCsv) {
+  const Ejecucion e = importa("Madrid", "Sobrado");
+  EXPECT_EQ(e.salida, 0) << e.err;
+  EXPECT_EQ(e.out, "importadas\n3\n");
+  EXPECT_NE(e.err.find("Importación finalizada: " + resumen(3).toStdString()), std::string::npos) << e.err;
+  const std::vector<Fila> filas = calles();
+  EXPECT_EQ(columna(filas, "VIA"), QStringList({"NUEVA", "DEL RIO", "ÑANDÚ"}));
+  EXPECT_EQ(columna(filas, "CODPOSTAL"), QStringList({"28140", "28140", "28140"}));
+  EXPECT_EQ(columna(filas, "CODIGO1"), QStringList({"99000000", "99000001", "99000002"}));
+  // Run again: nothing new.
+  EXPECT_EQ(importa("MADRID", "SOBRADO", {"--modo", "3"}).out, "importadas\n0\n");
+  EXPECT_EQ(calles().size(), 3u);
+}
+
+TEST_F(OrdenImportarTest, MunicipalityWithSeveralPostcodesOnlyGetsTypesFilled) {
+  escribeCalles({calleImportada("NUEVA", "", "28902", "GETAFE", "28065", "1")});
+  const Ejecucion e = importa("MADRID", "GETAFE");
+  EXPECT_EQ(e.salida, 0) << e.err;
+  EXPECT_EQ(e.out, "importadas\n1\n");
+  EXPECT_EQ(columna(calles(), "TIPO_VIA"), QStringList({"CL"}));
+}
+
+TEST_F(OrdenImportarTest, UnknownProvinceOrMunicipalityIsAnError) {
+  Ejecucion e = importa("NARNIA", "SOBRADO");
+  EXPECT_EQ(e.salida, 2);
+  EXPECT_NE(e.err.find("provincia «NARNIA»"), std::string::npos) << e.err;
+  e = importa("MADRID", "VILLA NUEVA");
+  EXPECT_EQ(e.salida, 2);
+  EXPECT_NE(e.err.find("municipio «VILLA NUEVA»"), std::string::npos) << e.err;
+  EXPECT_TRUE(e.out.empty());
+  EXPECT_TRUE(calles().empty());
+}
+
+TEST_F(OrdenImportarTest, BadOptionsOrAnswerAreErrors) {
+  EXPECT_EQ(importa("MADRID", "SOBRADO", {"--modo", "1"}).salida, 2);
+  EXPECT_EQ(ejecutaImportar({"--alias", QString::fromStdString(dir.path()), "--provincia", "MADRID"}).salida, 2);
+  testsupport::writeFile(dir.file("vias.xml"), "<html>no</html>");
+  EXPECT_EQ(importa("MADRID", "SOBRADO").salida, 2);
+  EXPECT_TRUE(calles().empty());
+}
+
+TEST_F(OrdenImportarTest, AnswerWithoutStreetsStoresNothing) {
+  testsupport::writeFile(dir.file("vias.xml"), respuestaDeVias({}).toStdString());
+  const Ejecucion e = importa("MADRID", "SOBRADO");
+  EXPECT_EQ(e.salida, 0) << e.err;
+  EXPECT_EQ(e.out, "importadas\n0\n");
+  EXPECT_TRUE(calles().empty());
+}
