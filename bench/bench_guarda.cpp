@@ -77,8 +77,8 @@ Calles callesDeLaRejilla(int cuantos) {
 // the grid filled as the service's reader leaves it (mode 2).
 struct Dialogo {
   Dialogo(int codigoProvincia, const Calles& calles) {
-    controlador = std::make_unique<TClaseCodPostales>(nullptr, QString::fromStdString(bench::temporal()), true,
-                                                      QString());
+    controlador =
+        std::make_unique<TClaseCodPostales>(nullptr, QString::fromStdString(bench::temporal()), true, QString());
     dialogo = std::make_unique<TFImportarVias>(nullptr, controlador.get());
     dialogo->show();
     QApplication::processEvents();

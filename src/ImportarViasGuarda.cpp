@@ -148,7 +148,8 @@ class Guardado {
     const QString tipoMayusculas = UpperCase(tipo);
     bool repetida = false;
     for (; EnLaCalle(provincia, viaMayusculas); postal_->Next()) {
-      if (dm_->TPostalCODPOSTAL->AsString() != codPostal || UpperCase(dm_->TPostalTIPO_VIA->AsString()) != tipoMayusculas)
+      if (dm_->TPostalCODPOSTAL->AsString() != codPostal ||
+          UpperCase(dm_->TPostalTIPO_VIA->AsString()) != tipoMayusculas)
         continue;
       const Tramo guardado{dm_->TPostalIMPAR_INI->AsInteger(), dm_->TPostalIMPAR_FIN->AsInteger(),
                            dm_->TPostalPAR_INI->AsInteger(), dm_->TPostalPAR_FIN->AsInteger()};
@@ -213,8 +214,7 @@ class Guardado {
         Progreso(i, filas);
         try {
           const QString provincia = CodigoProvincia(f_.CBProvinciasZelmor);
-          const QString codPostal =
-              modo1 ? f_.SGVias->Cells(kColCodPostal, i) : CodigoPostal(f_.CBMunicipiosZelmor);
+          const QString codPostal = modo1 ? f_.SGVias->Cells(kColCodPostal, i) : CodigoPostal(f_.CBMunicipiosZelmor);
           const QString tipo = f_.SGVias->Cells(kColTipo, i);
           const QString via = f_.SGVias->Cells(kColVia, i);
           Tramo tramo;
@@ -308,8 +308,8 @@ void TFImportarVias::advGBGuardarPorMunicipioClick() {
     return;
   }
   int provincia = 0, municipio = 0;
-  if (NumeroElegido(CBProvinciasZelmor, provincia) && provincia != 0 &&
-      NumeroElegido(CBMunicipiosZelmor, municipio) && municipio != 0) {
+  if (NumeroElegido(CBProvinciasZelmor, provincia) && provincia != 0 && NumeroElegido(CBMunicipiosZelmor, municipio) &&
+      municipio != 0) {
     GuardaVias();
     return;
   }

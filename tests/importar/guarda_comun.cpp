@@ -20,9 +20,8 @@ using namespace testsupport;
 
 namespace guarda {
 
-Row calleImportada(const std::string& via, const std::string& tipo, const std::string& cp,
-                   const std::string& municipio, const std::string& ine, const std::string& codigo,
-                   const std::string& provincia) {
+Row calleImportada(const std::string& via, const std::string& tipo, const std::string& cp, const std::string& municipio,
+                   const std::string& ine, const std::string& codigo, const std::string& provincia) {
   std::string minusculas = QString::fromStdString(via).toLower().toStdString();
   return {via, tipo, "1", "9999", "2", "9998", cp, "9", provincia, municipio, ine, minusculas, codigo};
 }
@@ -67,7 +66,8 @@ def texto(v):
 print(json.dumps([{k: texto(v) for k, v in fila.items()} for fila in tabla], ensure_ascii=False))
 )";
   QProcess python;
-  python.start(QStringLiteral("/usr/bin/python3"), {QStringLiteral("-c"), QString::fromUtf8(kGuion), QString::fromStdString(ruta)});
+  python.start(QStringLiteral("/usr/bin/python3"),
+               {QStringLiteral("-c"), QString::fromUtf8(kGuion), QString::fromStdString(ruta)});
   if (!python.waitForFinished(60000) || python.exitStatus() != QProcess::NormalExit || python.exitCode() != 0) {
     error = "python3-dbfread no ha podido leer " + ruta + ": " + python.readAllStandardError().toStdString();
     return {};
@@ -101,14 +101,16 @@ Ejecucion ejecutaImportar(const QStringList& args) {
 
 QByteArray respuestaDeVias(const QList<std::pair<QString, QString>>& calles) {
   // No blanks between the wrapper elements: the reader walks first children.
-  QString xml = QStringLiteral(
-      "<?xml version=\"1.0\" encoding=\"utf-8\"?><soap:Envelope "
-      "xmlns:soap=\"http://schemas.xmlsoap.org/soap/envelope/\"><soap:Body><Callejero "
-      "xmlns=\"http://www.catastro.meh.es/\"><consulta_callejero><control><cuca>%1</cuca></control><callejero>")
-                    .arg(calles.size());
+  QString xml =
+      QStringLiteral(
+          "<?xml version=\"1.0\" encoding=\"utf-8\"?><soap:Envelope "
+          "xmlns:soap=\"http://schemas.xmlsoap.org/soap/envelope/\"><soap:Body><Callejero "
+          "xmlns=\"http://www.catastro.meh.es/\"><consulta_callejero><control><cuca>%1</cuca></control><callejero>")
+          .arg(calles.size());
   int cv = 0;
   for (const auto& [tipo, nombre] : calles)
-    xml += QStringLiteral("<calle><loine><cp>28</cp><cm>79</cm></loine><dir><cv>%1</cv><tv>%2</tv><nv>%3</nv></dir></calle>")
+    xml += QStringLiteral(
+               "<calle><loine><cp>28</cp><cm>79</cm></loine><dir><cv>%1</cv><tv>%2</tv><nv>%3</nv></dir></calle>")
                .arg(++cv)
                .arg(tipo.toHtmlEscaped(), nombre.toHtmlEscaped());
   xml += QStringLiteral("</callejero></consulta_callejero></Callejero></soap:Body></soap:Envelope>");

@@ -24,9 +24,7 @@ QStringList columna(const std::vector<Fila>& filas, const QString& campo) {
   return valores;
 }
 
-QString resumen(int n) {
-  return QStringLiteral("Se han importado %1 calles al módulo de Códigos Postales").arg(n);
-}
+QString resumen(int n) { return QStringLiteral("Se han importado %1 calles al módulo de Códigos Postales").arg(n); }
 
 // GETAFE (28065) has the postcodes 28901, 28902 and 28903 and UNICO "N".
 const QList<QStringList> kDosCalles = {{"CL", "NUEVA"}, {"AV", "DEL RIO"}};
@@ -108,9 +106,10 @@ TEST_F(GuardaViasTest, AppendedRowHoldsEveryFieldAsTheImportWritesIt) {
   dialogo->GuardaVias();
   const std::vector<Fila> filas = calles();
   ASSERT_EQ(filas.size(), 1u);
-  const Fila esperada = {{"PROVINCIA", "28"},  {"CAPITAL", "9"},       {"TIPO_VIA", "CL"},     {"VIA", "PEÑA GRANDE"},
-                         {"IMPAR_INI", "1"},   {"IMPAR_FIN", "9999"},  {"PAR_INI", "2"},       {"PAR_FIN", "9998"},
-                         {"CODPOSTAL", "28140"}, {"MUNICIPI", "SOBRADO"}, {"COD_INE", "28140"}, {"NOMBRE_2", "peña grande"},
+  const Fila esperada = {{"PROVINCIA", "28"},     {"CAPITAL", "9"},     {"TIPO_VIA", "CL"},
+                         {"VIA", "PEÑA GRANDE"},  {"IMPAR_INI", "1"},   {"IMPAR_FIN", "9999"},
+                         {"PAR_INI", "2"},        {"PAR_FIN", "9998"},  {"CODPOSTAL", "28140"},
+                         {"MUNICIPI", "SOBRADO"}, {"COD_INE", "28140"}, {"NOMBRE_2", "peña grande"},
                          {"CODIGO1", "99000000"}};
   EXPECT_EQ(filas[0], esperada);
 }
@@ -346,8 +345,8 @@ TEST_F(GuardaViasTest, RowTheTableRefusesIsCancelledAndTheRunGoesOn) {
   modo(1);
   elige("MADRID", "GETAFE");
   rejilla({{"CL", "UNO", "28901", "1", "9", "2", "8"},
-           {"CL", "EURO €", "28901", "1", "9", "2", "8"},          // no € in code page 850
-           {"CL", "ANCHA", "28901", "1", "123457", "2", "8"},      // wider than the field
+           {"CL", "EURO €", "28901", "1", "9", "2", "8"},      // no € in code page 850
+           {"CL", "ANCHA", "28901", "1", "123457", "2", "8"},  // wider than the field
            {"CL", "CUATRO", "28901", "1", "9", "2", "8"}});
   dialogo->GuardaVias();
   const std::vector<Fila> nuestras = calles();
@@ -381,8 +380,8 @@ TEST_F(GuardaViasTest, WaitWindowTellsTheProgressAndClosesAtTheEnd) {
   rejilla(kDosCalles);
   dialogo->GuardaVias();
   EXPECT_EQ(mensajes.textos(TipoMensaje::Muestra), QStringList({"Importando las calles de SOBRADO"}));
-  EXPECT_EQ(mensajes.textos(TipoMensaje::Cambia), QStringList({"Importando las calles... 1 de 2 de SOBRADO",
-                                                              "Importando las calles... 2 de 2 de SOBRADO"}));
+  EXPECT_EQ(mensajes.textos(TipoMensaje::Cambia),
+            QStringList({"Importando las calles... 1 de 2 de SOBRADO", "Importando las calles... 2 de 2 de SOBRADO"}));
   EXPECT_EQ(mensajes.cuenta(TipoMensaje::Cierra), 1);
   EXPECT_EQ(dialogo->oFormMensaje, nullptr);
   // The window closes before the count is shown.

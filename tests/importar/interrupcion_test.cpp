@@ -70,8 +70,15 @@ class InterrupcionTest : public ::testing::Test {
 
   std::string rutaCalles() const { return dir.file("POSTAL.DBF"); }
   QStringList argumentos() const {
-    return {"importar",    "--alias",   QString::fromStdString(dir.path()), "--xml",
-            QString::fromStdString(dir.file("vias.xml")), "--provincia", "MADRID", "--municipio", "SOBRADO"};
+    return {"importar",
+            "--alias",
+            QString::fromStdString(dir.path()),
+            "--xml",
+            QString::fromStdString(dir.file("vias.xml")),
+            "--provincia",
+            "MADRID",
+            "--municipio",
+            "SOBRADO"};
   }
 
   // The rows before the import as they were, then the streets of the answer
@@ -94,10 +101,18 @@ class InterrupcionTest : public ::testing::Test {
         break;
       }
       const auto& [tipo, nombre] = calles[n];
-      const Fila esperada = {{"PROVINCIA", "28"},        {"CAPITAL", "9"},          {"TIPO_VIA", tipo},
-                             {"VIA", nombre},            {"IMPAR_INI", "1"},        {"IMPAR_FIN", "9999"},
-                             {"PAR_INI", "2"},           {"PAR_FIN", "9998"},       {"CODPOSTAL", "28140"},
-                             {"MUNICIPI", "SOBRADO"},    {"COD_INE", "28140"},      {"NOMBRE_2", nombre.toLower()},
+      const Fila esperada = {{"PROVINCIA", "28"},
+                             {"CAPITAL", "9"},
+                             {"TIPO_VIA", tipo},
+                             {"VIA", nombre},
+                             {"IMPAR_INI", "1"},
+                             {"IMPAR_FIN", "9999"},
+                             {"PAR_INI", "2"},
+                             {"PAR_FIN", "9998"},
+                             {"CODPOSTAL", "28140"},
+                             {"MUNICIPI", "SOBRADO"},
+                             {"COD_INE", "28140"},
+                             {"NOMBRE_2", nombre.toLower()},
                              {"CODIGO1", QString::number(kPrimerCodigo + n)}};
       EXPECT_EQ(f, esperada);
       if (f != esperada) break;  // one report is enough
@@ -147,7 +162,8 @@ TEST_F(InterrupcionTest, KilledImportLeavesWholeRowsAndARerunStoresTheRestOnce) 
     // The first round may die before any row is written; the others die
     // while rows go in, a random stretch past what is there already.
     const int quedan = kCalles - presentes;
-    const int objetivo = ronda == 1 ? 0 : presentes + std::uniform_int_distribution<int>(1, std::max(1, quedan / 3))(azar);
+    const int objetivo =
+        ronda == 1 ? 0 : presentes + std::uniform_int_distribution<int>(1, std::max(1, quedan / 3))(azar);
     const int filasObjetivo = int(kPrevias.size()) + objetivo;
     const int retrasoUs = std::uniform_int_distribution<int>(0, ronda == 1 ? 300000 : 200)(azar);
 
@@ -170,9 +186,9 @@ TEST_F(InterrupcionTest, KilledImportLeavesWholeRowsAndARerunStoresTheRestOnce) 
     const int enCabecera = ultimoDbfread;
     std::printf("ronda %d: %s a los %lld ms (tras %d calles), calles presentes: motor %d, dbfread %d\n", ronda,
                 matado ? "matado" : "terminó solo", static_cast<long long>(ms), objetivo, presentes, enCabecera);
-    RecordProperty("ronda" + std::to_string(ronda),
-                   std::to_string(presentes) + " motor, " + std::to_string(enCabecera) + " dbfread, " +
-                       std::to_string(ms) + " ms" + (matado ? "" : ", terminó solo"));
+    RecordProperty("ronda" + std::to_string(ronda), std::to_string(presentes) + " motor, " +
+                                                        std::to_string(enCabecera) + " dbfread, " + std::to_string(ms) +
+                                                        " ms" + (matado ? "" : ", terminó solo"));
     if (HasFailure()) return;
   }
 
