@@ -10,6 +10,7 @@
 #include <QStringList>
 #include <exception>
 #include <memory>
+#include <stdexcept>
 
 #include "ClaseCodPostales.h"
 #include "CodPostalesDM.h"
@@ -84,7 +85,7 @@ QStringList CodigosPostalesDelMunicipio(const TFImportarVias& f) {
       f.CBMunicipiosZelmor->currentIndex() > 0 ? UpperCase(f.CBMunicipiosZelmor->currentText()) : QString();
   if (provincia.isEmpty() || nombre.isEmpty()) return lista;
   std::unique_ptr<TTable> municipios(
-      CreaTabla(f.oCodPostales->sAlias, QStringLiteral("MUNICIPI.DBF"), QStringLiteral("NOMBRE"), false, true));
+      CreaTabla(f.sAlias, QStringLiteral("MUNICIPI.DBF"), QStringLiteral("NOMBRE"), false, true));
   TField* campoNombre = municipios->FieldByName(QStringLiteral("NOMBRE"));
   TField* campoProvincia = municipios->FieldByName(QStringLiteral("COD_PROV"));
   TField* campoPostal = municipios->FieldByName(QStringLiteral("CODPOSTAL"));
@@ -319,6 +320,9 @@ void TFImportarVias::advGBGuardarPorMunicipioClick() {
 
 void TFImportarVias::GuardaVias() {
   nViasImportadas = 0;
+  // A dialog made only to talk to the service has no street table.
+  if (!oCodPostales)
+    throw std::logic_error("GuardaVias necesita el controlador de códigos postales, y el diálogo no lo tiene");
   Guardado guardado(*this);
   if ((RBUno->isChecked() || RBTodosConUno->isChecked()) && !CompruebaMunicipioConUnicoCP())
     guardado.Revisa();
@@ -335,7 +339,7 @@ bool TFImportarVias::CompruebaMunicipioConUnicoCP() {
   if (provincia == QLatin1String("00") || postal == QLatin1String("00000") || nombre.isEmpty()) return false;
 
   std::unique_ptr<TTable> municipios(
-      CreaTabla(oCodPostales->sAlias, QStringLiteral("MUNICIPI.DBF"), QStringLiteral("NOMBRE"), false, true));
+      CreaTabla(sAlias, QStringLiteral("MUNICIPI.DBF"), QStringLiteral("NOMBRE"), false, true));
   bool unico = false;
   if (TBBusca(municipios.get(), {QStringLiteral("NOMBRE"), nombre}, true)) {
     TField* campoNombre = municipios->FieldByName(QStringLiteral("NOMBRE"));

@@ -510,6 +510,15 @@ TEST_F(GuardaViasTest, BareControllerStoresInTheAliasFolderStreetFileEvenWithPro
   EXPECT_EQ(leeTabla(dir.file("Postales/POSTAL28.DBF")).size(), 5u);
 }
 
+TEST_F(GuardaViasTest, DialogWithoutControllerRefusesToStore) {
+  TFImportarVias soloServicio(nullptr, nullptr);
+  soloServicio.SGVias->SetRowCount(2);
+  soloServicio.SGVias->SetCells(1, 1, "NUEVA");
+  EXPECT_THROW(soloServicio.GuardaVias(), std::logic_error);
+  EXPECT_EQ(soloServicio.oFormMensaje, nullptr);
+  EXPECT_TRUE(mensajes.vacio());
+}
+
 // The command line runs the same storing path without a window.
 class OrdenImportarTest : public GuardaViasTest {
  protected:
