@@ -264,21 +264,29 @@ void TFImportarVias::RBMasDeUnoClick(QObject*) {
   advGBBuscarViasPorProvincia->setVisible(!modo1 && !modo2);
   advGBGuardarPorProvincia->setVisible(!modo1 && !modo2);
   GBDatosZelmor->setVisible(modo1 || modo2);
+  // The grid takes the mode's shape before the lists load, so a list that
+  // fails to load leaves the form in the mode the user chose.
   if (modo1) {
+    ColumnasMasDeUno();
     CargaMunicipiosMasDeUnCodigo();
-    SGVias->SetColCount(kColumnasMasDeUno);
-    SGVias->SetColWidths(2, kAnchoCodigoPostal);
-    SGVias->SetCells(2, 0, QStringLiteral("Código postal"));
-    // Column 4 repeats the title of column 3.
-    const QString titulos[] = {QStringLiteral("Impar INI"), QStringLiteral("Impar INI"), QStringLiteral("Par INI"),
-                               QStringLiteral("Par FIN")};
-    for (int c = 3; c <= 6; ++c) {
-      SGVias->SetColWidths(c, kAnchoNumero);
-      SGVias->SetCells(c, 0, titulos[c - 3]);
-    }
   } else {
-    CargaMunicipiosUnCodigo();
     SGVias->SetColCount(kColumnasUno);
+    AjustaColumnas();
+    CargaMunicipiosUnCodigo();
+  }
+}
+
+void TFImportarVias::ColumnasMasDeUno() {
+  SGVias->SetColCount(kColumnasMasDeUno);
+  SGVias->SetColWidths(2, kAnchoCodigoPostal);
+  // Column 4 repeats the title of column 3.
+  const QString titulos[] = {QStringLiteral("Tipo de vía"), QStringLiteral("Nombre de la vía"),
+                             QStringLiteral("Código postal"), QStringLiteral("Impar INI"),
+                             QStringLiteral("Impar INI"), QStringLiteral("Par INI"),
+                             QStringLiteral("Par FIN")};
+  for (int c = 0; c < kColumnasMasDeUno; ++c) {
+    if (c >= 3) SGVias->SetColWidths(c, kAnchoNumero);
+    SGVias->SetCells(c, 0, titulos[c]);
   }
   AjustaColumnas();
 }

@@ -115,6 +115,9 @@ class TFImportarVias : public QDialog {
   void LiberaMunicipiosZelmor();
   static QString ConvierteProvincia(const QString& psProvincia);
   int Indice(QComboBox* poCombo, const QString& psTexto) const;
+  // Mode 1: the municipality an entry of CBProvincias names -- the text after
+  // its first "-" (the whole entry without one), trimmed, "_" read as "/".
+  static QString MunicipioDeEntradaCP(const QString& psEntrada);
 
   // Storing the grid's streets.
   void advGBGuardarPorMunicipioClick();
@@ -148,6 +151,9 @@ class TFImportarVias : public QDialog {
   bool RecorreRespuesta(const QString& psTextoEspera, const std::function<void()>& recorrido);
   void AsignaManejadores();
   void CierraFormMensaje();
+  // The grid's seven columns of mode 1: type, name, postcode and the four
+  // number ranges, with their titles and widths.
+  void ColumnasMasDeUno();
   // The width rule of the grid's name column for the mode in force.
   void AjustaColumnas();
   bool bCerrado = false;

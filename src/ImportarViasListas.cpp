@@ -87,6 +87,8 @@ void TFImportarVias::CargaMunicipiosMasDeUnCodigo() {
   QStringList ficheros;
   FindFileNoRecursivo(SlashSep(carpeta, QStringLiteral("*.txt"), u'/'), ficheros, true);
   for (const QString& fichero : ficheros) CBProvincias->addItem(CadenaHastaCaracter(fichero, u'.'));
+  // Loaded, nothing chosen yet: the user picks the municipality's file.
+  CBProvincias->setCurrentIndex(-1);
 }
 
 void TFImportarVias::CBProvinciasExit(QObject* Sender) {
@@ -135,12 +137,17 @@ void TFImportarVias::CargaProvinciasZelmor() {
   for (provincias->First(); !provincias->Eof(); provincias->Next())
     CBProvinciasZelmor->addItem(nombre->AsString(), codigo->AsInteger());
   provincias->Close();
+  // A Qt combo would choose its first item; the host's list starts with no
+  // province chosen, which is what CBProvinciasZelmorExit asks for.
+  CBProvinciasZelmor->setCurrentIndex(-1);
 }
 
 void TFImportarVias::CBProvinciasZelmorExit(QObject* Sender) {
   DejaFoco(Sender);
   const int elegida = CBProvinciasZelmor->currentIndex();
-  if (elegida >= 0 && CBProvinciasZelmor->itemData(elegida).isValid()) {
+  if (elegida < 0) {
+    Mensaje_Info(this, QStringLiteral("Indique una provincia para poder seleccionar el municipio"), kFaltanDatos, 0);
+  } else if (CBProvinciasZelmor->itemData(elegida).isValid()) {
     EsperaDelManejador espera(*this,
                               QStringLiteral("Cargando el listado de municipios de ") + CBProvinciasZelmor->currentText());
     LiberaMunicipiosZelmor();
@@ -158,8 +165,6 @@ void TFImportarVias::CBProvinciasZelmorExit(QObject* Sender) {
       lista.append({nombre->AsString(), Cad_Int(postal->AsString())});
     AnadeOrdenados(CBMunicipiosZelmor, lista);
     municipios->Close();
-  } else {
-    Mensaje_Info(this, QStringLiteral("Indique una provincia para poder seleccionar el municipio"), kFaltanDatos, 0);
   }
   if (PuedeTomarFoco(CBMunicipiosZelmor) && GBDatosZelmor->isEnabled()) HazSetFocus(CBMunicipiosZelmor);
 }
@@ -171,7 +176,8 @@ void TFImportarVias::LiberaMunicipiosZelmor() { CBMunicipiosZelmor->clear(); }
 void TFImportarVias::advGBBuscarViasPorMunicipioClick() {
   LimpiaDatos(true);
   if (RBMasDeUno->isChecked()) {
-    if (CBProvincias->count() == 0) {
+    // No file listed, or none chosen: there is nothing to read either way.
+    if (CBProvincias->currentText().isEmpty()) {
       Mensaje_Error(this, QStringLiteral("Para importar vías de un municipio es necesario indicarlo en el desplegable"),
                     kFaltanDatos);
       return;
@@ -190,9 +196,7 @@ void TFImportarVias::advGBBuscarViasPorMunicipioClick() {
       if (CBProvinciasZelmor->itemData(i).toInt() == codigo) CBProvinciasZelmor->setCurrentIndex(i);
     if (CBProvinciasZelmor->currentIndex() >= 0) {
       CBProvinciasZelmorExit(CBProvinciasZelmor);
-      QString municipio = entrada.contains(u'-') ? CadenaDesdeCaracter(entrada, u'-') : entrada;
-      municipio = municipio.trimmed().replace(QStringLiteral("_"), QStringLiteral("/"), Qt::CaseInsensitive);
-      CBMunicipiosZelmor->setCurrentIndex(Indice(CBMunicipiosZelmor, municipio));
+      CBMunicipiosZelmor->setCurrentIndex(Indice(CBMunicipiosZelmor, MunicipioDeEntradaCP(entrada)));
     }
     return;
   }
@@ -271,6 +275,11 @@ QString TFImportarVias::ConvierteProvincia(const QString& psProvincia) {
   for (const auto& [servicio, programa] : kNombres)
     if (psProvincia == QString::fromUtf8(servicio)) return QString::fromUtf8(programa);
   return psProvincia;
+}
+
+QString TFImportarVias::MunicipioDeEntradaCP(const QString& psEntrada) {
+  QString municipio = psEntrada.contains(u'-') ? CadenaDesdeCaracter(psEntrada, u'-') : psEntrada;
+  return municipio.trimmed().replace(QStringLiteral("_"), QStringLiteral("/"), Qt::CaseInsensitive);
 }
 
 int TFImportarVias::Indice(QComboBox* poCombo, const QString& psTexto) const {
