@@ -323,6 +323,10 @@ void TFImportarVias::GuardaVias() {
   // A dialog made only to talk to the service has no street table.
   if (!oCodPostales)
     throw std::logic_error("GuardaVias necesita el controlador de códigos postales, y el diálogo no lo tiene");
+  // The street file of the chosen province: with a "Postales" folder that
+  // is its POSTALnn.DBF, where the look-up searches for these streets.
+  const QString provincia = CodigoProvincia(CBProvinciasZelmor);
+  if (!provincia.isEmpty()) oCodPostales->ActualizaTablaPostal(provincia + QStringLiteral("000"));
   Guardado guardado(*this);
   if ((RBUno->isChecked() || RBTodosConUno->isChecked()) && !CompruebaMunicipioConUnicoCP())
     guardado.Revisa();

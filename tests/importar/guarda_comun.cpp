@@ -118,7 +118,9 @@ QByteArray respuestaDeVias(const QList<std::pair<QString, QString>>& calles) {
 }
 
 GuardaViasTest::GuardaViasTest() {
-  escribeJuegoDeReferencia(dir.path());
+  OpcionesReferencia opciones;
+  opciones.postales = false;  // one street file, POSTAL.DBF, for every province
+  escribeJuegoDeReferencia(dir.path(), opciones);
   anadeFilas(dir.file("MUNICIPI.DBF"), {{"28065", "28902", "N", "N", "GETAFE", "28", "0065", "065", "F"},
                                         {"28065", "28903", "N", "N", "GETAFE", "28", "0065", "065", "F"},
                                         {"08900", "08901", "N", "N", "SOBRADO", "08", "0900", "900", "F"},

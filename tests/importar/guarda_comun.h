@@ -62,10 +62,11 @@ class GuardaViasTest : public ::testing::Test {
   GuardaViasTest();
   ~GuardaViasTest() override;
 
-  // The alias folder holds the reference set; MUNICIPI.DBF also has GETAFE
-  // under two more postcodes (28902, 28903) and a SOBRADO of province 08
-  // with several postcodes. The street table of the bare controller is the
-  // folder's POSTAL.DBF, which escribeCalles replaces.
+  // The alias folder holds the reference set without a "Postales" folder;
+  // MUNICIPI.DBF also has GETAFE under two more postcodes (28902, 28903)
+  // and a SOBRADO of province 08 with several postcodes. The street table
+  // of the bare controller is the folder's POSTAL.DBF, which escribeCalles
+  // replaces.
   void escribeCalles(const std::vector<testsupport::Row>& filas);
   std::string rutaCalles() const { return dir.file("POSTAL.DBF"); }
   std::vector<Fila> calles() const { return leeTabla(rutaCalles()); }

@@ -12,6 +12,7 @@
 #include "dbase/TTable.h"
 #include "dbase/core/error.h"
 #include "importar/guarda_comun.h"
+#include "support/referencia.h"
 
 using namespace guarda;
 using testsupport::Row;
@@ -498,16 +499,19 @@ TEST_F(GuardaViasTest, UniquePostcodeCheckFollowsTheChosenProvince) {
   EXPECT_FALSE(dialogo->CompruebaMunicipioConUnicoCP());
 }
 
-TEST_F(GuardaViasTest, BareControllerStoresInTheAliasFolderStreetFileEvenWithProvinceFiles) {
+TEST_F(GuardaViasTest, StreetsGoToTheProvincesStreetFileWhereTheLookUpFindsThem) {
+  testsupport::escribeJuegoDeReferencia(dir.path());  // with a "Postales" folder, one file per province
   escribeCalles({});
   abre();
   modo(2);
   elige("MADRID", "SOBRADO");
   rejilla(kDosCalles);
+  const size_t antes = leeTabla(dir.file("Postales/POSTAL28.DBF")).size();
   dialogo->GuardaVias();
-  EXPECT_TRUE(controlador->oDataModule->TPostal->FilePath().endsWith("/POSTAL.DBF"));
-  EXPECT_EQ(calles().size(), 2u);
-  EXPECT_EQ(leeTabla(dir.file("Postales/POSTAL28.DBF")).size(), 5u);
+  EXPECT_TRUE(controlador->oDataModule->TPostal->FilePath().endsWith("/Postales/POSTAL28.DBF"))
+      << controlador->oDataModule->TPostal->FilePath().toStdString();
+  EXPECT_EQ(leeTabla(dir.file("Postales/POSTAL28.DBF")).size(), antes + 2);
+  EXPECT_TRUE(calles().empty()) << "nothing in the folder's POSTAL.DBF";
 }
 
 TEST_F(GuardaViasTest, DialogWithoutControllerRefusesToStore) {
