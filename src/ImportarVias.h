@@ -127,6 +127,21 @@ class TFImportarVias : public QDialog {
   // Runs over saved answers.
   void advGBGuardarPorProvinciaClick();
   void MIGuardarPorProvinciaClick();
+  // Who picks the host's municipality for a saved answer whose name matches
+  // none: IMunicipios with this title, the host's province name and the
+  // municipality's name; true with both chosen. A caller without a user
+  // (the command line) puts its own here.
+  std::function<bool(const QString& psTitulo, QString& psProvincia, QString& psMunicipio)> PreguntaMunicipio;
+  // What the last run over saved answers did, for callers that report it.
+  struct TResumenGuardado {
+    int nFicheros = 0;            // answers looked at
+    int nMunicipiosGuardados = 0;  // single-postcode municipalities stored
+    int nViasGuardadas = 0;        // street rows appended
+    int nVariosCodigos = 0;        // skipped: several postcodes
+    QStringList lSinMunicipio;     // no host municipality matched or chosen
+    QStringList lIlegibles;        // answers that could not be read
+  };
+  TResumenGuardado oResumenGuardado;
 
   // Mode 1: the postcode text file of the municipality in CBProvincias.
   bool ImportarViasMasUnCodigo();
@@ -147,6 +162,8 @@ class TFImportarVias : public QDialog {
   void CreaControles();
   // Saves the answer in the XML document as POSTAL/<province>/<name>.xml.
   void GuardaRespuesta(const QString& psProvincia, const QString& psMunicipio);
+  // The body of the runs over saved answers, for the files of one province.
+  void GuardaFicherosDeProvincia(const QStringList& plFicheros);
   // The loaders' frame: runs the walk, turns its faults into false.
   bool RecorreRespuesta(const QString& psTextoEspera, const std::function<void()>& recorrido);
   void AsignaManejadores();

@@ -1,18 +1,218 @@
-// TFImportarVias: the runs over the saved answers of whole provinces.
+// TFImportarVias: the runs over saved answers -- every municipality of one
+// province, or of every province folder under "POSTAL" -- matched to the
+// host's municipalities by name and stored with GuardaVias.
+#include <QComboBox>
+#include <QDir>
+#include <QFileInfo>
+#include <QRadioButton>
+#include <QtDebug>
+
+#include "ClaseCodPostales.h"
+#include "CodPostalesDM.h"
 #include "ImportarVias.h"
+#include "TXMLDocument.h"
+#include "dbase/core/path.h"
+#include "services/Rficheros.h"
 #include "services/Rmensaje.h"
 
 namespace {
 
-void NoDisponible(QObject* propietario) {
+const QString kFaltanFicheros = QStringLiteral("Faltan los ficheros XML");
+
+void FaltanFicheros(QObject* propietario) {
   Mensaje_Info(propietario,
-               QStringLiteral("El guardado de las vías de provincias enteras todavía no está disponible en esta "
-                              "versión."),
-               QStringLiteral("Guardar las vías de la provincia"), 0);
+               QStringLiteral("Para importar las calles de los municipios de una provincia\res necesario antes "
+                              "pinchar en buscar vías"),
+               kFaltanFicheros, 0);
+}
+
+// A saved answer's municipality: the file name before its first ".", with
+// the brackets that stood for "/" and "\" turned back.
+QString MunicipioDelFichero(const QString& fichero) {
+  QString nombre = QFileInfo(fichero).fileName();
+  nombre = nombre.left(nombre.indexOf(u'.') < 0 ? nombre.size() : nombre.indexOf(u'.'));
+  nombre.replace(QStringLiteral("()"), QStringLiteral("/"));
+  nombre.replace(QStringLiteral(")("), QStringLiteral("\\"));
+  return nombre;
+}
+
+// "LA ROSA" -> "ROSA (LA)": how the host's tables write a leading article.
+// Empty when the name has none.
+QString ConArticuloAlFinal(const QString& nombre) {
+  for (const char* articulo : {"EL", "LA", "LOS", "LAS"}) {
+    const QString prefijo = QLatin1String(articulo) + u' ';
+    if (nombre.startsWith(prefijo))
+      return nombre.mid(prefijo.size()).trimmed() + QStringLiteral(" (") + QLatin1String(articulo) + u')';
+  }
+  return {};
+}
+
+// The answers of a province folder, as the host's file search lists them.
+QStringList FicherosXml(const QString& carpeta) {
+  QStringList ficheros;
+  FindFileNoRecursivo(SlashSep(carpeta, QStringLiteral("*.xml"), u'/'), ficheros, false);
+  return ficheros;
+}
+
+// Only a plain folder counts: not hidden, not read-only, not a link -- a
+// folder whose attributes are the directory attribute alone.
+bool EsCarpetaSencilla(const QFileInfo& entrada) {
+  return entrada.isDir() && !entrada.isSymLink() && !entrada.fileName().startsWith(u'.') &&
+         (entrada.permissions() & QFileDevice::WriteOwner);
+}
+
+// The POSTAL table's grid refresh stays off during a run.
+class ControlesDesactivados {
+ public:
+  explicit ControlesDesactivados(TTable* tabla) : tabla_(tabla) {
+    if (tabla_) tabla_->DisableControls();
+  }
+  ~ControlesDesactivados() {
+    if (tabla_) tabla_->EnableControls();
+  }
+
+ private:
+  TTable* tabla_;
+};
+
+// Files that could not be read are told once, at the end of the run.
+void AvisaIlegibles(QObject* propietario, const QStringList& ilegibles) {
+  if (ilegibles.isEmpty()) return;
+  Mensaje_Error(propietario,
+                QStringLiteral("No se han podido leer estas respuestas guardadas y sus vías no se han importado:\r") +
+                    ilegibles.join(u'\r'),
+                QStringLiteral("Importación incompleta"));
 }
 
 }  // namespace
 
-void TFImportarVias::advGBGuardarPorProvinciaClick() { NoDisponible(this); }
+void TFImportarVias::advGBGuardarPorProvinciaClick() {
+  oResumenGuardado = {};
+  if (!RBTodosConUno->isChecked()) {
+    Mensaje_Error(this,
+                  QStringLiteral("Para importar las vías de todos los municipios de una \rprovincia es necesario "
+                                 "marcar la opción 2ª"),
+                  QStringLiteral("Faltan datos"));
+    return;
+  }
+  if (CBProvincias->currentIndex() < 0 || CBProvincias->currentText().isEmpty()) {
+    Mensaje_Error(this,
+                  QStringLiteral("Para importar las vías de todos los \rmunicipios de una provincia es necesario "
+                                 "indicarla"),
+                  QStringLiteral("Faltan datos"));
+    return;
+  }
+  const QString raiz = CarpetaPostal();
+  const QString provincia = QString::fromStdString(
+      dbase::resolveDirectoryCaseInsensitive(SlashSep(raiz, CBProvincias->currentText(), u'/').toStdString()));
+  if (!QDir(raiz).exists() || !QDir(provincia).exists()) {
+    FaltanFicheros(this);
+    return;
+  }
+  const QStringList ficheros = FicherosXml(provincia);
+  if (ficheros.isEmpty()) {
+    FaltanFicheros(this);
+    return;
+  }
+  const ControlesDesactivados controles(oCodPostales->oDataModule->TPostal);
+  GuardaFicherosDeProvincia(ficheros);
+}
 
-void TFImportarVias::MIGuardarPorProvinciaClick() { NoDisponible(this); }
+void TFImportarVias::MIGuardarPorProvinciaClick() {
+  oResumenGuardado = {};
+  const QString raiz = CarpetaPostal();
+  if (!QDir(raiz).exists()) {
+    FaltanFicheros(this);
+    return;
+  }
+  const ControlesDesactivados controles(oCodPostales->oDataModule->TPostal);
+  const QFileInfoList entradas = QDir(raiz).entryInfoList(
+      QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name | QDir::IgnoreCase);
+  for (const QFileInfo& entrada : entradas) {
+    CBProvincias->setCurrentIndex(-1);
+    CBProvinciasZelmor->setCurrentIndex(-1);
+    if (!EsCarpetaSencilla(entrada)) continue;
+    CBProvincias->setCurrentIndex(Indice(CBProvincias, entrada.fileName()));
+    const QStringList ficheros = FicherosXml(entrada.filePath());
+    if (ficheros.isEmpty()) {
+      FaltanFicheros(this);
+      continue;
+    }
+    GuardaFicherosDeProvincia(ficheros);
+  }
+}
+
+void TFImportarVias::GuardaFicherosDeProvincia(const QStringList& plFicheros) {
+  const auto pregunta = PreguntaMunicipio
+                            ? PreguntaMunicipio
+                            : [this](const QString& titulo, QString& provincia, QString& municipio) {
+                                QString ine, postal, codProvincia, codMunicipio;
+                                return IMunicipios(this, sAlias, true, ine, postal, municipio, provincia,
+                                                   codProvincia, codMunicipio, QStringLiteral("NOMBRE"), titulo);
+                              };
+  QStringList& ilegibles = oResumenGuardado.lIlegibles;
+  const int ilegiblesAntes = ilegibles.size();
+  for (const QString& fichero : plFicheros) {
+    ++oResumenGuardado.nFicheros;
+    oFormMensaje = MuestraMensaje(QStringLiteral("Importando las calles de ") + fichero, this);
+    if (CBProvinciasZelmor->currentIndex() < 0) {
+      const int provincia = Indice(CBProvinciasZelmor, CBProvincias->currentText());
+      CBProvinciasZelmor->setCurrentIndex(provincia);
+      if (provincia >= 0) CBProvinciasZelmorExit(CBProvinciasZelmor);
+    }
+    QString municipio = MunicipioDelFichero(fichero);
+    CBMunicipiosZelmor->setCurrentIndex(Indice(CBMunicipiosZelmor, municipio));
+    if (CBProvinciasZelmor->currentIndex() >= 0 && CBMunicipiosZelmor->currentIndex() < 0) {
+      const QString conArticulo = ConArticuloAlFinal(municipio);
+      if (!conArticulo.isEmpty()) {
+        municipio = conArticulo;
+        CBMunicipiosZelmor->setCurrentIndex(Indice(CBMunicipiosZelmor, municipio));
+      }
+    }
+    if (CBProvinciasZelmor->currentIndex() < 0 || CBMunicipiosZelmor->currentIndex() < 0) {
+      QString provinciaPrograma = ConvierteProvincia(CBProvincias->currentText());
+      CierraFormMensaje();
+      QString elegido = municipio;
+      const QString titulo = QStringLiteral("Seleccione el municipio donde importar las vias de ") + municipio +
+                             QStringLiteral(" (") + CBProvincias->currentText() + u')';
+      if (pregunta(titulo, provinciaPrograma, elegido)) {
+        const int provincia = Indice(CBProvinciasZelmor, provinciaPrograma);
+        CBProvinciasZelmor->setCurrentIndex(provincia);
+        if (provincia >= 0) CBProvinciasZelmorExit(CBProvinciasZelmor);
+        CBMunicipiosZelmor->setCurrentIndex(Indice(CBMunicipiosZelmor, elegido));
+      }
+    }
+    const bool conMunicipio = CBProvinciasZelmor->currentIndex() >= 0 && CBMunicipiosZelmor->currentIndex() >= 0;
+    const bool unico = conMunicipio && CompruebaMunicipioConUnicoCP();
+    if (!conMunicipio) oResumenGuardado.lSinMunicipio << municipio + QStringLiteral(" (") + CBProvincias->currentText() + u')';
+    if (conMunicipio && !unico) ++oResumenGuardado.nVariosCodigos;
+    if (unico) {
+      LimpiaDatos(false);
+      const QString texto = QStringLiteral("Importando las calles de ") + municipio;
+      if (oFormMensaje)
+        CambiaMensaje(texto, oFormMensaje);
+      else
+        oFormMensaje = MuestraMensaje(texto, this);
+      bPorProvincias = true;
+      try {
+        XML->LoadFromFile(fichero);
+        if (CargaVias()) {
+          GuardaVias();
+          ++oResumenGuardado.nMunicipiosGuardados;
+          oResumenGuardado.nViasGuardadas += nViasImportadas;
+        }
+      } catch (const ErrorDocumentoXML& e) {
+        // An answer that cannot be read stores nothing; the run goes on.
+        qWarning().noquote() << e.what();
+        ilegibles << QFileInfo(fichero).fileName();
+      } catch (...) {
+        bPorProvincias = false;
+        CierraFormMensaje();
+        throw;
+      }
+      bPorProvincias = false;
+    }
+    CierraFormMensaje();
+  }
+  AvisaIlegibles(this, ilegibles.mid(ilegiblesAntes));
+}

@@ -42,6 +42,9 @@ int ovc(const std::vector<std::string>& args);
 // Stores the streets of a saved answer in the street table, as the import
 // dialog does, without a window.
 int importar(const std::vector<std::string>& args);
+// Stores the saved answers of one province folder, or of all, as the import
+// dialog's runs do, listing the municipalities that match no host one.
+int importarGuardadas(const std::vector<std::string>& args);
 
 // Spanish usage text.
 void muestraUso(std::FILE* salida);
