@@ -221,6 +221,9 @@ bool TFImportarVias::ImportarViasMasUnCodigo() {
     ++vias;
   }
 
+  // A file without streets leaves the titles alone, so saving says the list
+  // is empty rather than storing a blank street.
+  if (vias == 0) SGVias->SetRowCount(1);
   SGVias->SetRow(1);
   SGVias->viewport()->update();
   LMensaje_->setText(QStringLiteral("Se han encontrado %1 vías").arg(vias));

@@ -228,22 +228,26 @@ void TFImportarVias::GuardaRespuesta(const QString& psProvincia, const QString& 
 
 bool TFImportarVias::CargaProvincias() {
   CBProvincias->clear();
-  return RecorreRespuesta(QStringLiteral("Cargando listado de provincias"), [this] {
+  const bool cargadas = RecorreRespuesta(QStringLiteral("Cargando listado de provincias"), [this] {
     const RespuestaOvc respuesta(XML->Documento());
     const int cuenta = respuesta.Cuenta(QStringLiteral("cuprov"));
     respuesta.Recorre(QStringLiteral("provinciero"), cuenta,
                       [this](const QDomElement& prov) { CBProvincias->addItem(TextoDe(prov, "np")); });
   });
+  CBProvincias->setCurrentIndex(-1);  // the user chooses; Qt would take the first
+  return cargadas;
 }
 
 bool TFImportarVias::CargaMunicipios() {
   CBMunicipios->clear();
-  return RecorreRespuesta(QStringLiteral("Cargando datos de municipios"), [this] {
+  const bool cargados = RecorreRespuesta(QStringLiteral("Cargando datos de municipios"), [this] {
     const RespuestaOvc respuesta(XML->Documento());
     const int cuenta = respuesta.Cuenta(QStringLiteral("cumun"));
     respuesta.Recorre(QStringLiteral("municipiero"), cuenta,
                       [this](const QDomElement& muni) { CBMunicipios->addItem(TextoDe(muni, "nm")); });
   });
+  CBMunicipios->setCurrentIndex(-1);
+  return cargados;
 }
 
 bool TFImportarVias::CargaVias() {
