@@ -10,26 +10,24 @@
 #include <QGroupBox>
 #include <QHBoxLayout>
 #include <QHeaderView>
-#include <QKeyEvent>
 #include <QLabel>
+#include <QShowEvent>
 #include <QMenu>
 #include <QPushButton>
 #include <QRadioButton>
 #include <QStatusBar>
-#include <QTimer>
 #include <QVBoxLayout>
 
 #include "ClaseCodPostales.h"
+#include "DialogoPaquete.h"
 #include "EventosControles.h"
 #include "THTTPReqResp.h"
 #include "TStringGrid.h"
 #include "TXMLDocument.h"
-#include "TeclasWindows.h"
 #include "dbase/core/path.h"
 #include "services/Rficheros.h"
 #include "services/Rmensaje.h"
 #include "services/Ruttb.h"
-#include "services/Rvarias.h"
 
 namespace {
 
@@ -307,38 +305,15 @@ void TFImportarVias::FormClose() {
   LiberaMunicipiosZelmor();
 }
 
-void TFImportarVias::FormKeyDown(int& Key) {
-  switch (Key) {
-    case VK_RETURN:
-      QTimer::singleShot(0, this, [this] { focusNextChild(); });
-      Key = 0;
-      break;
-    case VK_ESCAPE:
-      advGBCancelar->click();
-      Key = 0;
-      break;
-    default:
-      break;
-  }
-}
+void TFImportarVias::FormKeyDown(int& Key) { dialogo::TeclasComunes(this, advGBCancelar, [this] { focusNextChild(); }, Key); }
 
-void TFImportarVias::TomaFoco(QObject* Sender) {
-  auto* control = qobject_cast<QWidget*>(Sender);
-  TomaFocoControl(control);
-  sbEstado->showMessage(control ? control->toolTip() : QString());
-}
+void TFImportarVias::TomaFoco(QObject* Sender) { dialogo::TomaFocoConPista(sbEstado, Sender, true); }
 
-void TFImportarVias::DejaFoco(QObject* Sender) {
-  DejaFocoControl(qobject_cast<QWidget*>(Sender));
-  sbEstado->clearMessage();
-}
+void TFImportarVias::DejaFoco(QObject* Sender) { dialogo::DejaFocoConPista(sbEstado, Sender, true); }
 
-void TFImportarVias::TomaFocoBoton(QObject* Sender) {
-  auto* boton = qobject_cast<QWidget*>(Sender);
-  sbEstado->showMessage(boton ? boton->toolTip() : QString());
-}
+void TFImportarVias::TomaFocoBoton(QObject* Sender) { dialogo::TomaFocoConPista(sbEstado, Sender, false); }
 
-void TFImportarVias::DejaFocoBoton(QObject*) { sbEstado->clearMessage(); }
+void TFImportarVias::DejaFocoBoton(QObject* Sender) { dialogo::DejaFocoConPista(sbEstado, Sender, false); }
 
 void TFImportarVias::showEvent(QShowEvent* event) {
   QDialog::showEvent(event);
@@ -367,9 +342,6 @@ bool TFImportarVias::eventFilter(QObject* watched, QEvent* event) {
     if (event->type() == QEvent::Enter) TomaFocoBoton(control);
     if (event->type() == QEvent::Leave) DejaFocoBoton(control);
   }
-  if (event->type() != QEvent::KeyPress) return QDialog::eventFilter(watched, event);
-  int codigo = CodigoTeclaWindows(*static_cast<QKeyEvent*>(event));
-  if (codigo == 0) return false;
-  FormKeyDown(codigo);
-  return codigo == 0;
+  if (dialogo::VistaPreviaTecla(event, [this](int& Key) { FormKeyDown(Key); })) return true;
+  return QDialog::eventFilter(watched, event);
 }

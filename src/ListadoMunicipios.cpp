@@ -5,19 +5,18 @@
 #include <QGroupBox>
 #include <QHBoxLayout>
 #include <QHeaderView>
-#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QStatusBar>
 #include <QTableView>
-#include <QTimer>
 #include <QVBoxLayout>
 #include <memory>
 
 #include "ClaseCodPostales.h"
 #include "CodPostalesDM.h"
 #include "ControlesHost.h"
+#include "DialogoPaquete.h"
 #include "EventosControles.h"
 #include "ImportarVias.h"
 #include "RejillaDatos.h"
@@ -175,42 +174,17 @@ void TFListadoMunicipios::FormClose() {
 }
 
 void TFListadoMunicipios::FormKeyDown(int& Key) {
-  switch (Key) {
-    case VK_RETURN:
-      // To the next control, once the key has been dealt with.
-      QTimer::singleShot(0, this, [this] { focusNextChild(); });
-      Key = 0;
-      break;
-    case VK_ESCAPE:
-      advGBCancelar->click();
-      Key = 0;
-      break;
-    case VK_UP:
-    case VK_DOWN:
-      DBGListadoMunicipios->setFocus(Qt::OtherFocusReason);
-      break;
-    default:
-      break;
-  }
+  if (Key == VK_UP || Key == VK_DOWN) DBGListadoMunicipios->setFocus(Qt::OtherFocusReason);
+  dialogo::TeclasComunes(this, advGBCancelar, [this] { focusNextChild(); }, Key);
 }
 
-void TFListadoMunicipios::TomaFoco(QObject* Sender) {
-  auto* control = qobject_cast<QWidget*>(Sender);
-  TomaFocoControl(control);
-  sbEstado->showMessage(control ? control->toolTip() : QString());
-}
+void TFListadoMunicipios::TomaFoco(QObject* Sender) { dialogo::TomaFocoConPista(sbEstado, Sender, true); }
 
-void TFListadoMunicipios::DejaFoco(QObject* Sender) {
-  DejaFocoControl(qobject_cast<QWidget*>(Sender));
-  sbEstado->clearMessage();
-}
+void TFListadoMunicipios::DejaFoco(QObject* Sender) { dialogo::DejaFocoConPista(sbEstado, Sender, true); }
 
-void TFListadoMunicipios::TomaFocoBoton(QObject* Sender) {
-  auto* boton = qobject_cast<QWidget*>(Sender);
-  sbEstado->showMessage(boton ? boton->toolTip() : QString());
-}
+void TFListadoMunicipios::TomaFocoBoton(QObject* Sender) { dialogo::TomaFocoConPista(sbEstado, Sender, false); }
 
-void TFListadoMunicipios::DejaFocoBoton(QObject*) { sbEstado->clearMessage(); }
+void TFListadoMunicipios::DejaFocoBoton(QObject* Sender) { dialogo::DejaFocoConPista(sbEstado, Sender, false); }
 
 void TFListadoMunicipios::advGBAceptarClick() {
   if (!oClaseCodPostales) return;
@@ -272,9 +246,6 @@ void TFListadoMunicipios::done(int resultado) {
 
 // The form sees every key before its controls.
 bool TFListadoMunicipios::eventFilter(QObject* watched, QEvent* event) {
-  if (event->type() != QEvent::KeyPress) return QDialog::eventFilter(watched, event);
-  int codigo = CodigoTeclaWindows(*static_cast<QKeyEvent*>(event));
-  if (codigo == 0) return false;
-  FormKeyDown(codigo);
-  return codigo == 0;
+  if (dialogo::VistaPreviaTecla(event, [this](int& Key) { FormKeyDown(Key); })) return true;
+  return QDialog::eventFilter(watched, event);
 }
