@@ -18,6 +18,7 @@
 #include "ClaseCodPostales.h"
 #include "CodPostalesDM.h"
 #include "ControlesHost.h"
+#include "ImportarVias.h"
 #include "ListadoMunicipios.h"
 #include "services/Rmensaje.h"
 #include "support/referencia.h"
@@ -181,15 +182,28 @@ TEST_F(ListadoTest, ColumnsShareTheGridsWidth) {
   EXPECT_GT(d->DBGListadoMunicipios->columnWidth(0), d->DBGListadoMunicipios->columnWidth(2));
 }
 
-TEST_F(ListadoTest, ImportButtonSaysImportIsNotAvailableYet) {
+TEST_F(ListadoTest, ImportButtonOpensTheImportDialogOnAStreetModeControllerOfItsOwn) {
   RegistroMensajes registro;
   PresentadorMensajesTemporal temporal(&registro);
+  // Nothing reaches the cadastre from here.
+  qputenv("CODPOSTALES_OVC_URL", "http://127.0.0.1:9/ovcservweb/OVCSWLocalizacionRC/OVCCallejero.asmx");
   auto d = abre();
+  bool visto = false;
+  QTimer::singleShot(0, [&] {
+    auto* importar = qobject_cast<TFImportarVias*>(QApplication::activeModalWidget());
+    ASSERT_NE(importar, nullptr);
+    visto = true;
+    EXPECT_EQ(importar->windowTitle(), "Importación de vías a través de la web");
+    ASSERT_NE(importar->oCodPostales, nullptr);
+    EXPECT_NE(importar->oCodPostales, d->oClaseCodPostales);
+    EXPECT_TRUE(importar->oCodPostales->oDataModule->TPostal->Active()) << "the street table is open to append to";
+    QTest::mouseClick(importar->advGBCancelar, Qt::LeftButton);
+  });
   QTest::mouseClick(d->advGBImportarVias, Qt::LeftButton);
-  ASSERT_EQ(registro.mensajes().size(), 1);
-  EXPECT_EQ(registro.ultimo().tipo, TipoMensaje::Info);
-  EXPECT_EQ(registro.ultimo().titulo, "Importar vías de la web");
+  qunsetenv("CODPOSTALES_OVC_URL");
+  EXPECT_TRUE(visto);
   EXPECT_TRUE(d->isVisible());
+  EXPECT_TRUE(registro.deTipo(TipoMensaje::Error).isEmpty());
 }
 
 TEST_F(ListadoTest, SeleccionarReturnsTheFiveCodes) {
