@@ -15,6 +15,7 @@
 
 #include "ClaseCodPostales.h"
 #include "ImportarVias.h"
+#include "ImportarViasEspera.h"
 #include "TStringGrid.h"
 #include "dbase/TTable.h"
 #include "services/Rficheros.h"
@@ -38,24 +39,6 @@ bool PuedeTomarFoco(const QWidget* control) {
   return control && control->isVisible() && control->isEnabled() && control->focusPolicy() != Qt::NoFocus;
 }
 
-// The wait window of a handler: opened with a text when none is, and closed
-// (the dialog's reference cleared) however the handler ends.
-class EsperaDelManejador {
- public:
-  EsperaDelManejador(TFImportarVias& dialogo, const QString& texto) : dialogo_(dialogo) {
-    if (!dialogo_.oFormMensaje) dialogo_.oFormMensaje = MuestraMensaje(texto, &dialogo_);
-  }
-  ~EsperaDelManejador() { Cierra(); }
-  void Cambia(const QString& texto) { CambiaMensaje(texto, dialogo_.oFormMensaje); }
-  void Cierra() {
-    CierraMensaje(dialogo_.oFormMensaje);
-    dialogo_.oFormMensaje = nullptr;
-  }
-
- private:
-  TFImportarVias& dialogo_;
-};
-
 // Fills a sorted list: Spanish order, so Ñ comes after N and accents do not
 // put a name at the end.
 void AnadeOrdenados(QComboBox* combo, QList<std::pair<QString, int>> elementos) {
@@ -70,7 +53,7 @@ void AnadeOrdenados(QComboBox* combo, QList<std::pair<QString, int>> elementos) 
 }  // namespace
 
 void TFImportarVias::CargaMunicipiosUnCodigo() {
-  EsperaDelManejador espera(*this, QStringLiteral("Importando el listado de provincias"));
+  EsperaDelDialogo espera(*this, QStringLiteral("Importando el listado de provincias"));
   const bool cargadas = TraeProvincias(0);
   HazSetFocus(cargadas ? static_cast<QWidget*>(CBProvincias) : advGBCancelar);
   espera.Cierra();
@@ -103,7 +86,7 @@ void TFImportarVias::CBProvinciasExit(QObject* Sender) {
   }
   bool cargados = false;
   {
-    EsperaDelManejador espera(*this, QStringLiteral("Importando el listado de municipios de..."));
+    EsperaDelDialogo espera(*this, QStringLiteral("Importando el listado de municipios de..."));
     espera.Cambia(CBProvincias->currentText());
     cargados = TraeMunicipios(0);
   }
@@ -148,7 +131,7 @@ void TFImportarVias::CBProvinciasZelmorExit(QObject* Sender) {
   if (elegida < 0) {
     Mensaje_Info(this, QStringLiteral("Indique una provincia para poder seleccionar el municipio"), kFaltanDatos, 0);
   } else if (CBProvinciasZelmor->itemData(elegida).isValid()) {
-    EsperaDelManejador espera(*this,
+    EsperaDelDialogo espera(*this,
                               QStringLiteral("Cargando el listado de municipios de ") + CBProvinciasZelmor->currentText());
     LiberaMunicipiosZelmor();
     const QString clave = StrRight(QStringLiteral("00") + Int_Cad(CBProvinciasZelmor->itemData(elegida).toInt()), 2);
@@ -182,7 +165,7 @@ void TFImportarVias::advGBBuscarViasPorMunicipioClick() {
                     kFaltanDatos);
       return;
     }
-    EsperaDelManejador espera(*this, QStringLiteral("Importando el listado de vías del municipio..."));
+    EsperaDelDialogo espera(*this, QStringLiteral("Importando el listado de vías del municipio..."));
     const QString entrada = CBProvincias->currentText();
     espera.Cambia(entrada);
     if (!ImportarViasMasUnCodigo()) {
@@ -207,7 +190,7 @@ void TFImportarVias::advGBBuscarViasPorMunicipioClick() {
                   kFaltanDatos);
     return;
   }
-  EsperaDelManejador espera(*this, QStringLiteral("Importando el listado de vías del municipio..."));
+  EsperaDelDialogo espera(*this, QStringLiteral("Importando el listado de vías del municipio..."));
   espera.Cambia(CBMunicipios->currentText());
   if (!TraeVias(0, QString(), QString())) {
     AvisoSinVias(this);
@@ -248,7 +231,7 @@ void TFImportarVias::advGBBuscarViasPorProvinciaClick() {
                     kFaltanDatos);
       continue;
     }
-    EsperaDelManejador espera(*this, QStringLiteral("Importando el listado de vías del municipio") + municipio);
+    EsperaDelDialogo espera(*this, QStringLiteral("Importando el listado de vías del municipio") + municipio);
     espera.Cambia(municipio);
     if (!TraeVias(0, provincia, municipio)) AvisoSinVias(this);
     QThread::msleep(100);
