@@ -5,7 +5,10 @@
 #include <QAction>
 #include <QComboBox>
 #include <QCoreApplication>
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QStandardPaths>
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
@@ -223,7 +226,10 @@ void TFImportarVias::AsignaManejadores() {
   connect(MIGuardarPorProvincia, &QAction::triggered, this,
           [this] { EjecutaManejador(this, [this] { MIGuardarPorProvinciaClick(); }); });
   for (QRadioButton* rb : {RBMasDeUno, RBUno, RBTodosConUno})
-    connect(rb, &QRadioButton::clicked, this, [this, rb] { EjecutaManejador(rb, [this, rb] { RBMasDeUnoClick(rb); }); });
+    connect(rb, &QRadioButton::clicked, this, [this, rb] {
+      // A click on the mode already in force changes nothing.
+      if (rb != oModoEnCurso) EjecutaManejador(rb, [this, rb] { RBMasDeUnoClick(rb); });
+    });
 
   // Key preview, and the buttons' hint under the mouse.
   for (QWidget* w : findChildren<QWidget*>())
@@ -236,7 +242,14 @@ QString TFImportarVias::CarpetaPostal() const {
 }
 
 QString TFImportarVias::RutaTempCalles() {
-  return QCoreApplication::applicationDirPath() + QStringLiteral("/TempCalles.XML");
+  QString carpeta = QCoreApplication::applicationDirPath();
+  // A program installed where its user cannot write (/usr/bin) keeps it
+  // in the user's cache instead.
+  if (!QFileInfo(carpeta).isWritable()) {
+    carpeta = QStandardPaths::writableLocation(QStandardPaths::CacheLocation);
+    QDir().mkpath(carpeta);
+  }
+  return carpeta + QStringLiteral("/TempCalles.XML");
 }
 
 void TFImportarVias::CierraFormMensaje() {
@@ -252,6 +265,7 @@ void TFImportarVias::FormShow() {
 }
 
 void TFImportarVias::RBMasDeUnoClick(QObject*) {
+  oModoEnCurso = RBMasDeUno->isChecked() ? RBMasDeUno : RBUno->isChecked() ? RBUno : RBTodosConUno;
   CBProvincias->clear();
   const bool modo1 = RBMasDeUno->isChecked();
   const bool modo2 = RBUno->isChecked();

@@ -39,7 +39,8 @@ class TFImportarVias : public QDialog {
 
  public:
   // The controller may be null when the dialog only fetches from the
-  // service; the host's lists and the storing need it.
+  // service (give it sAlias then, for the host's lists and saved answers);
+  // storing streets needs it.
   TFImportarVias(QWidget* AOwner, TClaseCodPostales* poCodPostales);
   ~TFImportarVias() override;
 
@@ -148,7 +149,8 @@ class TFImportarVias : public QDialog {
 
   // The "POSTAL" folder under the folder of the controller's alias.
   QString CarpetaPostal() const;
-  // TempCalles.XML in the executable's folder.
+  // TempCalles.XML in the executable's folder (the user's cache folder when
+  // that one cannot be written).
   static QString RutaTempCalles();
 
  protected:
@@ -164,6 +166,9 @@ class TFImportarVias : public QDialog {
   void GuardaRespuesta(const QString& psProvincia, const QString& psMunicipio);
   // The body of the runs over saved answers, for the files of one province.
   void GuardaFicherosDeProvincia(const QStringList& plFicheros);
+  // The province and municipality loaders: the names of a list's entries.
+  bool CargaLista(QComboBox* poCombo, const QString& psTextoEspera, const QString& psCuenta, const QString& psLista,
+                  const char* psNombre);
   // The loaders' frame: runs the walk, turns its faults into false.
   bool RecorreRespuesta(const QString& psTextoEspera, const std::function<void()>& recorrido);
   void AsignaManejadores();
@@ -173,6 +178,6 @@ class TFImportarVias : public QDialog {
   void ColumnasMasDeUno();
   // The width rule of the grid's name column for the mode in force.
   void AjustaColumnas();
-  bool bCerrado = false;
   TEventosControles* oEventos = nullptr;
+  QRadioButton* oModoEnCurso = nullptr;  // the mode the lists were last loaded for
 };

@@ -6,6 +6,7 @@
 #include <QCollator>
 #include <QComboBox>
 #include <QDir>
+#include <QEventLoop>
 #include <QGroupBox>
 #include <QLabel>
 #include <QPushButton>
@@ -16,6 +17,7 @@
 #include "ClaseCodPostales.h"
 #include "ImportarVias.h"
 #include "ImportarViasEspera.h"
+#include "ImportarViasServicio.h"
 #include "TStringGrid.h"
 #include "dbase/TTable.h"
 #include "services/Rficheros.h"
@@ -29,9 +31,10 @@ namespace {
 const QString kFaltanDatos = QStringLiteral("Faltan datos");
 const QString kErrorImportando = QStringLiteral("Error al importar los datos");
 
-void AvisoSinVias(QObject* propietario) {
+// `detalle`: what went wrong, when there is more to say than the notice.
+void AvisoSinVias(QObject* propietario, const QString& detalle = QString()) {
   Mensaje_Emergente(propietario, QStringLiteral("No se ha podido importar ningún nombre de vía"),
-                    QStringLiteral("Inténtelo de nuevo"), QStringLiteral("H"), IconoInformacion, QString());
+                    QStringLiteral("Inténtelo de nuevo"), QStringLiteral("H"), IconoInformacion, detalle);
 }
 
 // Whether the control could take the focus now (shown, enabled, focusable).
@@ -54,7 +57,8 @@ void AnadeOrdenados(QComboBox* combo, QList<std::pair<QString, int>> elementos) 
 
 void TFImportarVias::CargaMunicipiosUnCodigo() {
   EsperaDelDialogo espera(*this, QStringLiteral("Importando el listado de provincias"));
-  const bool cargadas = TraeProvincias(0);
+  const bool cargadas =
+      ResultadoDeLaTraida([this] { return TraeProvincias(0); }, [this] { return CBProvincias->count() > 0; });
   HazSetFocus(cargadas ? static_cast<QWidget*>(CBProvincias) : advGBCancelar);
   espera.Cierra();
   if (!cargadas)
@@ -69,7 +73,10 @@ void TFImportarVias::CargaMunicipiosMasDeUnCodigo() {
   if (!QDir(carpeta).exists()) return;
   QStringList ficheros;
   FindFileNoRecursivo(SlashSep(carpeta, QStringLiteral("*.txt"), u'/'), ficheros, true);
-  for (const QString& fichero : ficheros) CBProvincias->addItem(CadenaHastaCaracter(fichero, u'.'));
+  for (const QString& fichero : ficheros) {
+    const QString entrada = CadenaHastaCaracter(fichero, u'.');
+    if (!entrada.isEmpty()) CBProvincias->addItem(entrada);  // a hidden ".x.txt" names nothing
+  }
   // Loaded, nothing chosen yet: the user picks the municipality's file.
   CBProvincias->setCurrentIndex(-1);
 }
@@ -88,7 +95,8 @@ void TFImportarVias::CBProvinciasExit(QObject* Sender) {
   {
     EsperaDelDialogo espera(*this, QStringLiteral("Importando el listado de municipios de..."));
     espera.Cambia(CBProvincias->currentText());
-    cargados = TraeMunicipios(0);
+    cargados =
+        ResultadoDeLaTraida([this] { return TraeMunicipios(0); }, [this] { return CBMunicipios->count() > 0; });
   }
   if (!cargados) {
     CBProvincias->setCurrentIndex(-1);
@@ -192,7 +200,8 @@ void TFImportarVias::advGBBuscarViasPorMunicipioClick() {
   }
   EsperaDelDialogo espera(*this, QStringLiteral("Importando el listado de vías del municipio..."));
   espera.Cambia(CBMunicipios->currentText());
-  if (!TraeVias(0, QString(), QString())) {
+  if (!ResultadoDeLaTraida([this] { return TraeVias(0, QString(), QString()); },
+                           [this] { return !SGVias->Cells(1, 1).trimmed().isEmpty(); })) {
     AvisoSinVias(this);
     return;
   }
@@ -233,9 +242,18 @@ void TFImportarVias::advGBBuscarViasPorProvinciaClick() {
     }
     EsperaDelDialogo espera(*this, QStringLiteral("Importando el listado de vías del municipio") + municipio);
     espera.Cambia(municipio);
-    if (!TraeVias(0, provincia, municipio)) AvisoSinVias(this);
+    // One municipality's trouble does not end the province's run: a fetch
+    // that retried has saved its answer or shown its failure already.
+    try {
+      if (!ResultadoDeLaTraida([&] { return TraeVias(0, provincia, municipio); }, [] { return true; }))
+        AvisoSinVias(this);
+    } catch (const std::exception& e) {
+      AvisoSinVias(this, QString::fromUtf8(e.what()));
+    }
     QThread::msleep(100);
-    QApplication::processEvents();
+    // Repaint, but take no clicks: a mode or a button pressed mid-run would
+    // pull the lists from under it.
+    QApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
   }
 }
 

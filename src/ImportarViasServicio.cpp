@@ -115,6 +115,14 @@ QString EndpointOvc() {
   return entorno.isEmpty() ? QString::fromLatin1(kEndpointOvc) : entorno;
 }
 
+bool ResultadoDeLaTraida(const std::function<bool()>& trae, const std::function<bool()>& quedoCargado) {
+  try {
+    return trae();
+  } catch (const ErrorRespuestaVacia&) {
+    return quedoCargado();
+  }
+}
+
 QString NombreDeFicheroGuardado(const QString& psNombre) {
   QString nombre = psNombre;
   nombre.replace(QStringLiteral("/"), QStringLiteral("()"), Qt::CaseInsensitive);
@@ -227,27 +235,25 @@ void TFImportarVias::GuardaRespuesta(const QString& psProvincia, const QString& 
 }
 
 bool TFImportarVias::CargaProvincias() {
-  CBProvincias->clear();
-  const bool cargadas = RecorreRespuesta(QStringLiteral("Cargando listado de provincias"), [this] {
-    const RespuestaOvc respuesta(XML->Documento());
-    const int cuenta = respuesta.Cuenta(QStringLiteral("cuprov"));
-    respuesta.Recorre(QStringLiteral("provinciero"), cuenta,
-                      [this](const QDomElement& prov) { CBProvincias->addItem(TextoDe(prov, "np")); });
-  });
-  CBProvincias->setCurrentIndex(-1);  // the user chooses; Qt would take the first
-  return cargadas;
+  return CargaLista(CBProvincias, QStringLiteral("Cargando listado de provincias"), QStringLiteral("cuprov"),
+                    QStringLiteral("provinciero"), "np");
 }
 
 bool TFImportarVias::CargaMunicipios() {
-  CBMunicipios->clear();
-  const bool cargados = RecorreRespuesta(QStringLiteral("Cargando datos de municipios"), [this] {
+  return CargaLista(CBMunicipios, QStringLiteral("Cargando datos de municipios"), QStringLiteral("cumun"),
+                    QStringLiteral("municipiero"), "nm");
+}
+
+bool TFImportarVias::CargaLista(QComboBox* poCombo, const QString& psTextoEspera, const QString& psCuenta,
+                                const QString& psLista, const char* psNombre) {
+  poCombo->clear();
+  const bool cargada = RecorreRespuesta(psTextoEspera, [&] {
     const RespuestaOvc respuesta(XML->Documento());
-    const int cuenta = respuesta.Cuenta(QStringLiteral("cumun"));
-    respuesta.Recorre(QStringLiteral("municipiero"), cuenta,
-                      [this](const QDomElement& muni) { CBMunicipios->addItem(TextoDe(muni, "nm")); });
+    respuesta.Recorre(psLista, respuesta.Cuenta(psCuenta),
+                      [&](const QDomElement& entrada) { poCombo->addItem(TextoDe(entrada, psNombre)); });
   });
-  CBMunicipios->setCurrentIndex(-1);
-  return cargados;
+  poCombo->setCurrentIndex(-1);  // the user chooses; Qt would take the first
+  return cargada;
 }
 
 bool TFImportarVias::CargaVias() {

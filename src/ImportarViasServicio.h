@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QString>
+#include <functional>
 
 // The service's own address. CODPOSTALES_OVC_URL in the environment replaces
 // it (the local simulator, another mirror); EndpointOvc() says which is used.
@@ -21,3 +22,9 @@ QString EndpointOvc();
 // still leave its folder or that holds control characters throws
 // std::runtime_error.
 QString NombreDeFicheroGuardado(const QString& psNombre);
+
+// A fetch that had to retry ends by reporting its first attempt's own, empty
+// answer (ErrorRespuestaVacia) once the last attempt has loaded its list or
+// shown its failure. Callers that tell the user take what that attempt left:
+// this runs the fetch and, in that case, answers `quedoCargado()`.
+bool ResultadoDeLaTraida(const std::function<bool()>& trae, const std::function<bool()>& quedoCargado);

@@ -106,14 +106,9 @@ void THTTPReqResp::Envia(const QByteArray& peticion, QByteArray& respuesta) {
   QNetworkRequest pedido(url);
   pedido.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("text/xml; charset=utf-8"));
   pedido.setRawHeader("SOAPAction", '"' + SoapAction.toUtf8() + '"');
-  pedido.setHeader(QNetworkRequest::UserAgentHeader, UserAgent.isEmpty() ? UserAgentPorDefecto() : UserAgent);
+  pedido.setHeader(QNetworkRequest::UserAgentHeader, UserAgentPorDefecto());
   pedido.setTransferTimeout(EsperaSinDatosMs());
-  if (Proxy.isEmpty()) {
-    oRed->setProxy(QNetworkProxy::NoProxy);
-  } else {
-    const QUrl proxy = QUrl::fromUserInput(Proxy);
-    oRed->setProxy(QNetworkProxy(QNetworkProxy::HttpProxy, proxy.host(), quint16(proxy.port(8080))));
-  }
+  oRed->setProxy(QNetworkProxy::NoProxy);
 
   std::unique_ptr<QNetworkReply> respuestaRed(oRed->post(pedido, peticion));
   QNetworkReply* r = respuestaRed.get();

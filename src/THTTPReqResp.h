@@ -19,6 +19,8 @@
 #include <QString>
 #include <stdexcept>
 
+#include "TXMLDocument.h"
+
 class QNetworkAccessManager;
 
 // Anything that kept the transport from bringing a whole answer: no
@@ -38,8 +40,7 @@ class THTTPReqResp : public QObject {
 
   QString URL;
   QString SoapAction;
-  QString Proxy;  // "" = no proxy, which is all the import ever asks for
-  QString UserAgent;
+  QString Proxy;  // always "": no proxy
 
   // Posts the request body and fills `respuesta` with the answer's body.
   // Throws ErrorTransporte.
@@ -48,7 +49,7 @@ class THTTPReqResp : public QObject {
   // Limits. The waits can be changed through the environment (seconds):
   // CODPOSTALES_OVC_ESPERA (no data arriving; 60 by default) and
   // CODPOSTALES_OVC_ESPERA_TOTAL (the whole answer; 600 by default).
-  static constexpr qint64 kRespuestaMaxima = 64LL * 1024 * 1024;
+  static constexpr qint64 kRespuestaMaxima = TXMLDocument::kTamanoMaximo;
   static int EsperaSinDatosMs();
   static int EsperaTotalMs();
   // 400 ms, so 2.5 requests a second at most. Only for a server on this

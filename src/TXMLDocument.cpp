@@ -36,7 +36,8 @@ void TXMLDocument::Clear() {
 
 void TXMLDocument::LoadFromBytes(const QByteArray& bytes) {
   Clear();
-  if (bytes.trimmed().isEmpty()) Rechaza(QStringLiteral("está vacía"));
+  if (bytes.trimmed().isEmpty())
+    throw ErrorRespuestaVacia(QStringLiteral("La respuesta del servicio no se puede leer: está vacía").toStdString());
   const QString texto = QString::fromUtf8(bytes);
   CompruebaProlog(texto);
   QDomDocument documento;

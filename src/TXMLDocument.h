@@ -18,9 +18,16 @@ class ErrorDocumentoXML : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// The answer had no bytes at all: what a fetch that retried is left with.
+class ErrorRespuestaVacia : public ErrorDocumentoXML {
+ public:
+  using ErrorDocumentoXML::ErrorDocumentoXML;
+};
+
 class TXMLDocument {
  public:
-  static constexpr qint64 kTamanoMaximo = 64LL * 1024 * 1024;
+  // Real answers, even of the largest cities, are a few megabytes.
+  static constexpr qint64 kTamanoMaximo = 16LL * 1024 * 1024;
 
   // Replaces the content. Throws ErrorDocumentoXML and then holds nothing.
   void LoadFromBytes(const QByteArray& bytes);

@@ -3,9 +3,11 @@
 // saved where the import's saved-file runs look for it.
 #include <QApplication>
 #include <QComboBox>
+#include <QFile>
 #include <memory>
 
 #include "ImportarVias.h"
+#include "ImportarViasServicio.h"
 #include "TStringGrid.h"
 #include "cli.h"
 #include "controlador.h"
@@ -58,24 +60,32 @@ int ovc(const std::vector<std::string>& args) {
   const PresentadorMensajesTemporal presentador(&mensajes);
   TFImportarVias dialogo(nullptr, nullptr);
   if (lista == "provincias") {
-    if (!dialogo.TraeProvincias(0)) return fallo("las provincias");
+    const auto cargadas = [&] { return dialogo.CBProvincias->count() > 0; };
+    if (!ResultadoDeLaTraida([&] { return dialogo.TraeProvincias(0); }, cargadas)) return fallo("las provincias");
     escribe(listaDelCombo("provincia", dialogo.CBProvincias));
     return kSalidaBien;
   }
   dialogo.CBProvincias->addItem(deUtf8(o.posicionales[1]));
   if (lista == "municipios") {
-    if (!dialogo.TraeMunicipios(0)) return fallo("los municipios");
+    const auto cargados = [&] { return dialogo.CBMunicipios->count() > 0; };
+    if (!ResultadoDeLaTraida([&] { return dialogo.TraeMunicipios(0); }, cargados)) return fallo("los municipios");
     escribe(listaDelCombo("municipio", dialogo.CBMunicipios));
     return kSalidaBien;
   }
   dialogo.CBMunicipios->addItem(deUtf8(o.posicionales[2]));
   if (o.tiene("guardar")) {
     dialogo.sAlias = deUtf8(o.valor("guardar"));
-    if (!dialogo.TraeVias(0, dialogo.CBProvincias->currentText(), dialogo.CBMunicipios->currentText()))
+    const QString provincia = dialogo.CBProvincias->currentText(), municipio = dialogo.CBMunicipios->currentText();
+    const QString guardada = dialogo.CarpetaPostal() + u'/' + NombreDeFicheroGuardado(provincia) + u'/' +
+                             NombreDeFicheroGuardado(municipio) + QStringLiteral(".xml");
+    if (!ResultadoDeLaTraida([&] { return dialogo.TraeVias(0, provincia, municipio); },
+                             [&] { return QFile::exists(guardada); }))
       return fallo("las vías");
     return kSalidaBien;
   }
-  if (!dialogo.TraeVias(0, QString(), QString())) return fallo("las vías");
+  const auto hayVias = [&] { return !dialogo.SGVias->Cells(1, 1).trimmed().isEmpty(); };
+  if (!ResultadoDeLaTraida([&] { return dialogo.TraeVias(0, QString(), QString()); }, hayVias))
+    return fallo("las vías");
   escribe(viasDeLaRejilla(dialogo.SGVias));
   return kSalidaBien;
 }

@@ -194,7 +194,24 @@ TEST_F(Dialogo, ModeLayoutHoldsWhenTheServiceCannotBeReached) {
   EXPECT_FALSE(d->GBDatosZelmor->isVisible());
   EXPECT_TRUE(d->advGBBuscarViasPorProvincia->isVisible());
   EXPECT_EQ(d->CBProvincias->count(), 0);
-  EXPECT_GE(mensajes.cuenta(TipoMensaje::Error), 1);
+  // The last attempt's failure, then the list's own message; Salir next.
+  EXPECT_EQ(mensajes.textos(TipoMensaje::Error),
+            (QStringList{"Se ha producido un error al localizar las provincias.\nReinténtelo más tarde",
+                         "No se han podido cargar las provincias.Salga de la ventana y vuelva a intentarlo de nuevo "
+                         "más tarde"}));
+  EXPECT_EQ(QApplication::focusWidget(), d->advGBCancelar);
+  EXPECT_EQ(d->oFormMensaje, nullptr);
+}
+
+TEST_F(Dialogo, ProvincesThatNeededARetryLoadWithoutAnyMessage) {
+  REQUIERE_DATOS_COMPARTIDOS();
+  arrancaSimulador({"--fallar", "2"});
+  auto d = abre();
+  pulsa(d->RBUno);
+  EXPECT_EQ(d->CBProvincias->count(), kProvinciasServicio);
+  EXPECT_EQ(QApplication::focusWidget(), d->CBProvincias);
+  EXPECT_EQ(mensajes.cuenta(TipoMensaje::Error) + mensajes.cuenta(TipoMensaje::Emergente), 0);
+  EXPECT_EQ(simulador->peticiones().size(), 3);
   EXPECT_EQ(d->oFormMensaje, nullptr);
 }
 
@@ -659,6 +676,26 @@ TEST_F(Dialogo, SearchByProvinceInModeThreeSavesOneAnswerPerMunicipality) {
   EXPECT_TRUE(p[3].soapAction.contains("ConsultaVia"));
   EXPECT_TRUE(p[3].cuerpo.contains(">CEUTA</Municipio>"));
   EXPECT_EQ(mensajes.cuenta(TipoMensaje::Error) + mensajes.cuenta(TipoMensaje::Emergente), 0);
+}
+
+TEST_F(Dialogo, SearchByProvinceGoesOnPastAMunicipalityWhoseAnswerCannotBeSaved) {
+  REQUIERE_DATOS_COMPARTIDOS();
+  arrancaSimulador({"--nombres-peligrosos"});
+  auto d = abre();
+  pulsa(d->RBTodosConUno);
+  elige(d->CBProvincias, "SORIA");
+  tabula();
+  mensajes.limpia();
+  pulsa(d->advGBBuscarViasPorProvincia);
+  const int municipios = d->CBMunicipios->count();
+  ASSERT_GE(municipios, 5);
+  // ".." names no file: its notice says why, and every other one is saved.
+  const QList<MensajeRegistrado> avisos = mensajes.deTipo(TipoMensaje::Emergente);
+  ASSERT_EQ(avisos.size(), 1);
+  EXPECT_EQ(avisos[0].texto, "No se ha podido importar ningún nombre de vía");
+  EXPECT_TRUE(avisos[0].detalle.contains("no sirve como nombre")) << avisos[0].detalle.toStdString();
+  EXPECT_EQ(QDir(carpetaPostal() + "/SORIA").entryList(QDir::Files | QDir::Hidden).size(), municipios - 1);
+  EXPECT_EQ(d->oFormMensaje, nullptr);
 }
 
 // ---- LimpiaDatos, ConvierteProvincia, Indice, the mode-1 name ----

@@ -175,13 +175,13 @@ TEST(ServicioOvc, WaitWindowFollowsTheFetchAndTheWalk) {
   CierraMensaje(c.dialogo().oFormMensaje);
 }
 
-TEST(ServicioOvc, FiveFailuresThenTheSixthAttemptAnswers) {
+TEST(ServicioOvc, AfterFiveFailuresTheSixthAttemptLoadsAndTheFirstReportsItsEmptyAnswer) {
   REQUIERE_DATOS_COMPARTIDOS();
   ClienteOvc c({QStringLiteral("--fallar"), QStringLiteral("5")});
   // The sixth attempt loads the list; the runs that called it then go on
   // with their own empty answers, which are no document: the first of them
   // reports it to the caller.
-  EXPECT_THROW(c.dialogo().TraeProvincias(0), ErrorDocumentoXML);
+  EXPECT_THROW(c.dialogo().TraeProvincias(0), ErrorRespuestaVacia);
   EXPECT_EQ(c.simulador().peticiones().size(), 6);
   EXPECT_EQ(c.dialogo().CBProvincias->count(), 48);
   EXPECT_EQ(c.dialogo().CBProvincias->itemText(0), QStringLiteral("A CORUÑA"));
@@ -444,6 +444,27 @@ TEST(ServicioOvc, EndpointIsTheCadastresUnlessTheEnvironmentNamesAnother) {
   }
   EntornoTemporal url("CODPOSTALES_OVC_URL", "http://127.0.0.1:9/x.asmx");
   EXPECT_EQ(EndpointOvc(), QStringLiteral("http://127.0.0.1:9/x.asmx"));
+}
+
+}  // namespace
+
+namespace {
+
+TEST(ServicioOvc, CallersTakeARetriedFetchByWhatItsLastAttemptLoaded) {
+  REQUIERE_DATOS_COMPARTIDOS();
+  ClienteOvc c({QStringLiteral("--fallar"), QStringLiteral("1")});
+  TFImportarVias& d = c.dialogo();
+  EXPECT_TRUE(ResultadoDeLaTraida([&] { return d.TraeProvincias(0); }, [&] { return d.CBProvincias->count() > 0; }));
+  EXPECT_EQ(d.CBProvincias->count(), 48);
+  EXPECT_TRUE(c.mensajes().vacio());
+}
+
+TEST(ServicioOvc, CallersSeeAFetchThatFailedSixTimesAsFailed) {
+  REQUIERE_DATOS_COMPARTIDOS();
+  ClienteOvc c({QStringLiteral("--fallar"), QStringLiteral("100")});
+  TFImportarVias& d = c.dialogo();
+  EXPECT_FALSE(ResultadoDeLaTraida([&] { return d.TraeProvincias(0); }, [&] { return d.CBProvincias->count() > 0; }));
+  EXPECT_EQ(c.mensajes().cuenta(TipoMensaje::Error), 1);
 }
 
 }  // namespace
