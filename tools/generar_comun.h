@@ -27,6 +27,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "azar.h"
 #include "dbase/core/codepage.h"
 #include "dbase/core/dbf_file.h"
 #include "dbase/core/field_value.h"
@@ -560,27 +561,6 @@ size_t escribirMunicimj(const std::filesystem::path& path, const Datos& d, Filtr
 }
 
 // ---------------------------------------------------------------- streets
-
-// splitmix64: small, fast and the same on every platform and library, which
-// std::uniform_int_distribution is not.
-class Azar {
- public:
-  explicit Azar(uint64_t semilla) : s_(semilla) {}
-  uint64_t siguiente() {
-    uint64_t z = (s_ += 0x9E3779B97F4A7C15ull);
-    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-    return z ^ (z >> 31);
-  }
-  size_t menor(size_t n) { return size_t(siguiente() % n); }
-  double unidad() { return double(siguiente() >> 11) * 0x1.0p-53; }
-  bool probable(double p) { return unidad() < p; }
-  template <class T>
-  const T& uno(const std::vector<T>& v) { return v[menor(v.size())]; }
-
- private:
-  uint64_t s_;
-};
 
 inline uint64_t semillaDe(std::string_view clave) {
   uint64_t h = 1469598103934665603ull;

@@ -11,6 +11,7 @@
 #include <set>
 #include <utility>
 
+#include "azar.h"
 #include "dbase/core/dbf_file.h"
 #include "dbase/core/field_value.h"
 #include "dbase/core/path.h"
@@ -280,43 +281,21 @@ const char* const kNombresDeCalle[] = {
 };
 const char* const kTiposDeVia[] = {"CL", "AV", "PZ", "CM", "TR", "PS"};
 
-// splitmix64: the same sequence on every platform and compiler, which the
-// standard library's distributions do not promise.
-class Secuencia {
- public:
-  explicit Secuencia(uint64_t semilla) : estado_(semilla) {}
-  uint64_t siguiente() {
-    uint64_t z = (estado_ += 0x9E3779B97F4A7C15ULL);
-    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ULL;
-    z = (z ^ (z >> 27)) * 0x94D049BB133111EBULL;
-    return z ^ (z >> 31);
-  }
-  size_t menorQue(size_t n) { return size_t(siguiente() % n); }
-
- private:
-  uint64_t estado_;
-};
-
-uint64_t fnv1a(const QByteArray& bytes) {
-  uint64_t h = 0xCBF29CE484222325ULL;
-  for (char c : bytes) h = (h ^ uint8_t(c)) * 0x100000001B3ULL;
-  return h;
-}
-
 }  // namespace
 
 QList<Calle> callesInventadas(const QString& municipio) {
   constexpr size_t kNombres = std::size(kNombresDeCalle);
   static_assert(kNombres >= 40, "hacen falta al menos 40 nombres distintos");
-  Secuencia s(fnv1a(municipio.trimmed().toUtf8()));
-  const size_t cuantas = 3 + s.menorQue(38);
+  const QByteArray clave = municipio.trimmed().toUtf8();
+  Azar s(fnv1a(std::string_view(clave.constData(), size_t(clave.size()))));
+  const size_t cuantas = 3 + s.menor(38);
   std::array<size_t, kNombres> orden;
   for (size_t i = 0; i < kNombres; ++i) orden[i] = i;
-  for (size_t i = 0; i < cuantas; ++i) std::swap(orden[i], orden[i + s.menorQue(kNombres - i)]);
+  for (size_t i = 0; i < cuantas; ++i) std::swap(orden[i], orden[i + s.menor(kNombres - i)]);
   std::vector<std::pair<QString, QString>> pares;
   for (size_t i = 0; i < cuantas; ++i)
     pares.emplace_back(QString::fromUtf8(kNombresDeCalle[orden[i]]),
-                       QString::fromUtf8(kTiposDeVia[s.menorQue(std::size(kTiposDeVia))]));
+                       QString::fromUtf8(kTiposDeVia[s.menor(std::size(kTiposDeVia))]));
   std::sort(pares.begin(), pares.end());
   QList<Calle> lista;
   for (const auto& [nombre, tipo] : pares) lista.append(Calle{QString::number(lista.size() + 1), tipo, nombre});
