@@ -9,6 +9,7 @@
 #include <QRadioButton>
 #include <QStringList>
 #include <exception>
+#include <functional>
 #include <memory>
 #include <stdexcept>
 
@@ -75,6 +76,22 @@ struct Tramo {
   bool operator==(const Tramo&) const = default;
 };
 
+// Walks the MUNICIPI.DBF rows named `nombre` (tag NOMBRE, exact name) and
+// shows each of province `provincia` to `visita`, until it answers false.
+// Same-named municipalities of other provinces are passed over.
+void RecorreMunicipiosDeNombre(const QString& alias, const QString& nombre, const QString& provincia,
+                               const std::function<bool(TTable&)>& visita) {
+  std::unique_ptr<TTable> municipios(
+      CreaTabla(alias, QStringLiteral("MUNICIPI.DBF"), QStringLiteral("NOMBRE"), false, true));
+  if (TBBusca(municipios.get(), {QStringLiteral("NOMBRE"), nombre}, true)) {
+    TField* campoNombre = municipios->FieldByName(QStringLiteral("NOMBRE"));
+    TField* campoProvincia = municipios->FieldByName(QStringLiteral("COD_PROV"));
+    for (; !municipios->Eof() && campoNombre->AsString() == nombre; municipios->Next())
+      if (campoProvincia->AsString() == provincia && !visita(*municipios)) break;
+  }
+  municipios->Close();
+}
+
 // The postcodes of the municipality chosen in the combos: every CODPOSTAL of
 // MUNICIPI.DBF rows of that name in that province. Index 0 of the
 // municipality combo is not taken as a choice here.
@@ -84,17 +101,10 @@ QStringList CodigosPostalesDelMunicipio(const TFImportarVias& f) {
   const QString nombre =
       f.CBMunicipiosZelmor->currentIndex() > 0 ? UpperCase(f.CBMunicipiosZelmor->currentText()) : QString();
   if (provincia.isEmpty() || nombre.isEmpty()) return lista;
-  std::unique_ptr<TTable> municipios(
-      CreaTabla(f.sAlias, QStringLiteral("MUNICIPI.DBF"), QStringLiteral("NOMBRE"), false, true));
-  TField* campoNombre = municipios->FieldByName(QStringLiteral("NOMBRE"));
-  TField* campoProvincia = municipios->FieldByName(QStringLiteral("COD_PROV"));
-  TField* campoPostal = municipios->FieldByName(QStringLiteral("CODPOSTAL"));
-  if (TBBusca(municipios.get(), {QStringLiteral("NOMBRE"), nombre}, true)) {
-    // Same-named municipalities of other provinces are passed over.
-    for (; !municipios->Eof() && campoNombre->AsString() == nombre; municipios->Next())
-      if (campoProvincia->AsString() == provincia) lista << campoPostal->AsString();
-  }
-  municipios->Close();
+  RecorreMunicipiosDeNombre(f.sAlias, nombre, provincia, [&lista](TTable& municipio) {
+    lista << municipio.FieldByName(QStringLiteral("CODPOSTAL"))->AsString();
+    return true;
+  });
   return lista;
 }
 
@@ -342,18 +352,11 @@ bool TFImportarVias::CompruebaMunicipioConUnicoCP() {
   const QString nombre = CBMunicipiosZelmor->currentText();
   if (provincia == QLatin1String("00") || postal == QLatin1String("00000") || nombre.isEmpty()) return false;
 
-  std::unique_ptr<TTable> municipios(
-      CreaTabla(sAlias, QStringLiteral("MUNICIPI.DBF"), QStringLiteral("NOMBRE"), false, true));
+  // The first row of the province decides.
   bool unico = false;
-  if (TBBusca(municipios.get(), {QStringLiteral("NOMBRE"), nombre}, true)) {
-    TField* campoNombre = municipios->FieldByName(QStringLiteral("NOMBRE"));
-    TField* campoProvincia = municipios->FieldByName(QStringLiteral("COD_PROV"));
-    for (; !municipios->Eof() && campoNombre->AsString() == nombre; municipios->Next()) {
-      if (campoProvincia->AsString() != provincia) continue;
-      unico = municipios->FieldByName(QStringLiteral("UNICO"))->AsString() == QLatin1String("S");
-      break;
-    }
-  }
-  municipios->Close();
+  RecorreMunicipiosDeNombre(sAlias, nombre, provincia, [&unico](TTable& municipio) {
+    unico = municipio.FieldByName(QStringLiteral("UNICO"))->AsString() == QLatin1String("S");
+    return false;
+  });
   return unico;
 }

@@ -499,6 +499,42 @@ TEST_F(GuardaViasTest, UniquePostcodeCheckFollowsTheChosenProvince) {
   EXPECT_FALSE(dialogo->CompruebaMunicipioConUnicoCP());
 }
 
+TEST_F(GuardaViasTest, UniquePostcodeCheckIsDecidedByTheFirstRowOfTheProvince) {
+  anadeFilas(dir.file("MUNICIPI.DBF"), {{"08300", "08300", "N", "N", "DOBLE", "08", "0300", "300", "F"},
+                                        {"28300", "28300", "S", "N", "DOBLE", "28", "0300", "300", "F"},
+                                        {"28300", "28301", "N", "N", "DOBLE", "28", "0300", "300", "F"}});
+  abre();
+  elige("MADRID", "DOBLE");
+  EXPECT_TRUE(dialogo->CompruebaMunicipioConUnicoCP()) << "the row of another province is passed over";
+  elige("BARCELONA", "DOBLE");
+  EXPECT_FALSE(dialogo->CompruebaMunicipioConUnicoCP());
+}
+
+TEST_F(GuardaViasTest, UniquePostcodeCheckTakesTheNameAsTheComboHoldsIt) {
+  abre();
+  elige("MADRID", "SOBRADO");
+  dialogo->CBMunicipiosZelmor->addItem("sobrado", 28140);
+  dialogo->CBMunicipiosZelmor->setCurrentIndex(dialogo->CBMunicipiosZelmor->count() - 1);
+  EXPECT_FALSE(dialogo->CompruebaMunicipioConUnicoCP());
+}
+
+TEST_F(GuardaViasTest, ReviewTakesEveryPostcodeOfTheNameInTheChosenProvinceOnly) {
+  // SOBRADO of BARCELONA has 08901 and 08902; 28140 is SOBRADO of MADRID's.
+  escribeCalles({calleImportada("ROSALES", "", "08901", "SOBRADO", "08900", "1", "08"),
+                 calleImportada("OLMOS", "", "08902", "SOBRADO", "08900", "2", "08"),
+                 calleImportada("PINOS", "", "28140", "SOBRADO", "08900", "3", "08")});
+  abre();
+  modo(2);
+  elige("BARCELONA", "SOBRADO");
+  ASSERT_GT(dialogo->CBMunicipiosZelmor->currentIndex(), 0);
+  // Typed as the combo shows it, in lower case: the list upper-cases it.
+  dialogo->CBMunicipiosZelmor->setItemText(dialogo->CBMunicipiosZelmor->currentIndex(), "sobrado");
+  rejilla({{"CL", "ROSALES"}, {"AV", "OLMOS"}, {"PZ", "PINOS"}});
+  dialogo->GuardaVias();
+  EXPECT_EQ(columna(calles(), "TIPO_VIA"), QStringList({"CL", "AV", ""}));
+  EXPECT_EQ(dialogo->nViasImportadas, 2);
+}
+
 TEST_F(GuardaViasTest, StreetsGoToTheProvincesStreetFileWhereTheLookUpFindsThem) {
   testsupport::escribeJuegoDeReferencia(dir.path());  // with a "Postales" folder, one file per province
   escribeCalles({});
