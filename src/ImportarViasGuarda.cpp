@@ -58,11 +58,14 @@ QString CodigoPostal(const QComboBox* municipios) {
   return StrRight(QStringLiteral("00000") + Int_Cad(codigo), 5);
 }
 
-// A house number of the grid. Unlike Cad_Int, a cell that is not a whole
-// number is a fault: the row is not stored.
+// A house number of the grid. An empty cell is 0: the postcode-file reader
+// writes only the numbers a line gives. Unlike Cad_Int, other text that is
+// not a whole number is a fault: the row is not stored.
 int NumeroDeCelda(const QString& celda) {
+  const QString texto = celda.trimmed();
+  if (texto.isEmpty()) return 0;
   bool ok = false;
-  const int numero = celda.trimmed().toInt(&ok);
+  const int numero = texto.toInt(&ok);
   if (!ok) throw std::invalid_argument("«" + celda.toStdString() + "» no es un número de portal");
   return numero;
 }

@@ -340,6 +340,21 @@ TEST_F(GuardaViasTest, RowWithANonNumericNumberIsCancelledAndTheRunGoesOn) {
   EXPECT_EQ(controlador->oDataModule->TPostal->State(), dsBrowse);
 }
 
+TEST_F(GuardaViasTest, EmptyNumberCellIsZeroAndOnlyOtherTextFailsItsRow) {
+  escribeCalles({});
+  abre();
+  modo(1);
+  elige("MADRID", "GETAFE");
+  rejilla({{"CL", "UNO", "28901", "1", "15", "", "  "},
+           {"CL", "DOS", "28901", " ", "", "2", "X"},
+           {"CL", "TRES", "28901", "", "", "", ""}});
+  dialogo->GuardaVias();
+  const std::vector<Fila> filas = calles();
+  EXPECT_EQ(columna(filas, "VIA"), QStringList({"UNO", "TRES"}));
+  EXPECT_EQ(columna(filas, "PAR_INI"), QStringList({"0", "2"}));
+  EXPECT_EQ(columna(filas, "IMPAR_FIN"), QStringList({"15", "9999"}));
+}
+
 TEST_F(GuardaViasTest, RowTheTableRefusesIsCancelledAndTheRunGoesOn) {
   escribeCalles({});
   abre();
