@@ -1,7 +1,7 @@
 // TFImportarVias: the client of the cadastre's street-directory service
 // OVCCallejero -- the three requests, the retries, the answers kept in
-// TempCalles.XML or saved per municipality, and the walk that fills the
-// combos and the street grid.
+// TempCalles.XML or saved per municipality, and the loaders that fill the
+// combos and the street grid from an answer.
 #include <QComboBox>
 #include <QDir>
 #include <QDomElement>
@@ -13,6 +13,7 @@
 #include "ClaseCodPostales.h"
 #include "ImportarVias.h"
 #include "ImportarViasServicio.h"
+#include "OvcCallejero.h"
 #include "THTTPReqResp.h"
 #include "TStringGrid.h"
 #include "TXMLDocument.h"
@@ -33,68 +34,6 @@ struct ConsultaOvc {
   QString textoError;
 };
 
-// What the loaders walk: the answer's result element, its count and list.
-class RespuestaOvc {
- public:
-  explicit RespuestaOvc(const QDomDocument& documento) {
-    const QDomElement sobre = documento.firstChildElement(QStringLiteral("soap:Envelope"));
-    if (sobre.isNull()) throw std::runtime_error("la respuesta no es un sobre SOAP");
-    // The body, the operation's response element, its result element.
-    resultado_ = sobre.firstChild().firstChild().firstChild().toElement();
-    if (resultado_.isNull()) throw std::runtime_error("la respuesta no trae resultado");
-  }
-
-  // The count of the control element; 0 when it is missing.
-  int Cuenta(const QString& nombre) const {
-    const QDomElement cuenta = resultado_.firstChildElement(QStringLiteral("control")).firstChildElement(nombre);
-    if (cuenta.isNull()) return 0;
-    bool ok = false;
-    const int valor = cuenta.text().trimmed().toInt(&ok);
-    if (!ok) throw std::runtime_error("la cuenta de la respuesta no es un número");
-    return valor;
-  }
-
-  // Entries 0 to cuenta - 1 of the list element, in order. A list shorter
-  // than the count ends the walk with an error at the first missing entry.
-  void Recorre(const QString& lista, int cuenta, const std::function<void(const QDomElement&)>& visita) const {
-    const QDomElement elemento = resultado_.firstChildElement(lista);
-    if (cuenta <= 0 || elemento.isNull()) return;
-    const QDomNodeList entradas = elemento.childNodes();
-    for (int i = 0; i < cuenta; ++i) {
-      if (i >= entradas.size()) throw std::runtime_error("la respuesta trae menos entradas de las que cuenta");
-      visita(entradas.at(i).toElement());
-    }
-  }
-
- private:
-  QDomElement resultado_;
-};
-
-// The text of a child element that must be there.
-QString TextoDe(const QDomElement& entrada, const char* hijo) {
-  const QDomElement elemento = entrada.firstChildElement(QString::fromLatin1(hijo));
-  if (elemento.isNull()) throw std::runtime_error(std::string("falta el elemento ") + hijo);
-  return elemento.text();
-}
-
-// The request text: one line per element, each ending in a lone CR.
-QString Sobre(const QStringList& parametros) {
-  QString sobre = QStringLiteral("<?xml version=\"1.0\" encoding=\"utf-8\"?>\r");
-  sobre += QStringLiteral(
-      "<soap:Envelope xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
-      "xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\" "
-      "xmlns:soap=\"http://schemas.xmlsoap.org/soap/envelope/\">\r");
-  sobre += QStringLiteral("  <soap:Body>\r");
-  for (int i = 0; i + 1 < parametros.size(); i += 2) {
-    const QString& nombre = parametros[i];
-    // Values go in as they stand: the service's names hold nothing to escape.
-    sobre += QStringLiteral("    <%1 xmlns=\"%2\">%3</%1>\r").arg(nombre, QLatin1String(kEspacioOvc), parametros[i + 1]);
-  }
-  sobre += QStringLiteral("  </soap:Body>\r");
-  sobre += QStringLiteral("</soap:Envelope>\r");
-  return sobre;
-}
-
 // Grid painting off while the rows go in, on again however the walk ends.
 class PinturaSuspendida {
  public:
@@ -109,11 +48,6 @@ class PinturaSuspendida {
 };
 
 }  // namespace
-
-QString EndpointOvc() {
-  const QString entorno = qEnvironmentVariable("CODPOSTALES_OVC_URL");
-  return entorno.isEmpty() ? QString::fromLatin1(kEndpointOvc) : entorno;
-}
 
 bool ResultadoDeLaTraida(const std::function<bool()>& trae, const std::function<bool()>& quedoCargado) {
   try {
@@ -143,10 +77,10 @@ static bool Consulta(TFImportarVias& f, const ConsultaOvc& consulta, int pnInten
                      const std::function<bool(int)>& reintenta, const std::function<bool()>& alRecibir) {
   bool resultado = true;
   QByteArray respuesta;
-  f.HTTPWebServices->URL = EndpointOvc();
-  f.HTTPWebServices->SoapAction = QString::fromLatin1(kAccionOvc) + QLatin1String(consulta.accion);
+  f.HTTPWebServices->URL = ovc::Endpoint();
+  f.HTTPWebServices->SoapAction = QString::fromLatin1(ovc::kAccion) + QLatin1String(consulta.accion);
   f.HTTPWebServices->Proxy = QString();
-  const QByteArray peticion = Sobre(consulta.parametros).toUtf8();
+  const QByteArray peticion = ovc::Sobre(consulta.parametros).toUtf8();
   try {
     CambiaMensaje(consulta.textoEspera, f.oFormMensaje);
     f.HTTPWebServices->Execute(peticion, respuesta);
@@ -248,9 +182,9 @@ bool TFImportarVias::CargaLista(QComboBox* poCombo, const QString& psTextoEspera
                                 const QString& psLista, const char* psNombre) {
   poCombo->clear();
   const bool cargada = RecorreRespuesta(psTextoEspera, [&] {
-    const RespuestaOvc respuesta(XML->Documento());
+    const ovc::Respuesta respuesta(XML->Documento());
     respuesta.Recorre(psLista, respuesta.Cuenta(psCuenta),
-                      [&](const QDomElement& entrada) { poCombo->addItem(TextoDe(entrada, psNombre)); });
+                      [&](const QDomElement& entrada) { poCombo->addItem(ovc::TextoDe(entrada, psNombre)); });
   });
   poCombo->setCurrentIndex(-1);  // the user chooses; Qt would take the first
   return cargada;
@@ -258,7 +192,7 @@ bool TFImportarVias::CargaLista(QComboBox* poCombo, const QString& psTextoEspera
 
 bool TFImportarVias::CargaVias() {
   return RecorreRespuesta(QStringLiteral("Cargando datos de vías"), [this] {
-    const RespuestaOvc respuesta(XML->Documento());
+    const ovc::Respuesta respuesta(XML->Documento());
     const int cuenta = respuesta.Cuenta(QStringLiteral("cuca"));
     LMensaje_->setText(QStringLiteral("Se han encontrado %1 vías").arg(cuenta));
     const PinturaSuspendida pintura(SGVias);
@@ -271,7 +205,7 @@ bool TFImportarVias::CargaVias() {
       const int fila = SGVias->RowCount() - 1;
       SGVias->SetRow(fila);
       SGVias->SetCells(0, fila, dir.firstChildElement(QStringLiteral("tv")).text().trimmed());
-      SGVias->SetCells(1, fila, TextoDe(dir, "nv").trimmed().left(kLongitudNombreVia));
+      SGVias->SetCells(1, fila, ovc::TextoDe(dir, "nv").trimmed().left(kLongitudNombreVia));
     });
   });
 }

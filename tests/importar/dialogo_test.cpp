@@ -187,6 +187,18 @@ TEST_F(Dialogo, BackToModeOneListsTheFilesAgainWithSevenColumns) {
   EsperaReglaDeSieteColumnas(d->SGVias);
 }
 
+TEST_F(Dialogo, ClickOnTheModeInForceFetchesNothingAgain) {
+  REQUIERE_DATOS_COMPARTIDOS();
+  arrancaSimulador();
+  auto d = abre();
+  pulsa(d->RBUno);
+  elige(d->CBProvincias, "MADRID");
+  const int peticiones = simulador->peticiones().size();
+  pulsa(d->RBUno);
+  EXPECT_EQ(simulador->peticiones().size(), peticiones);
+  EXPECT_EQ(d->CBProvincias->currentText(), "MADRID") << "the choice stays";
+}
+
 TEST_F(Dialogo, ModeLayoutHoldsWhenTheServiceCannotBeReached) {
   auto d = abre();  // the closed port: every attempt fails
   pulsa(d->RBTodosConUno);

@@ -435,7 +435,7 @@ TEST_F(ModoUnoDelDialogo, FileThatCannotBeReadEndsInTheNoStreetsNotice) {
 
 TEST_F(ModoUnoDelDialogo, ProvinceCodeTheHostLacksChoosesNoProvince) {
   escribe(QStringLiteral("77-NINGUNA.txt"), "77001: MAYOR, CALLE\r\n");
-  pulsa(d->RBMasDeUno);  // lists the folder again
+  d->RBMasDeUnoClick(d->RBMasDeUno);  // lists the folder again
   elige(d->CBProvincias, QStringLiteral("77-NINGUNA"));
   pulsa(d->advGBBuscarViasPorMunicipio);
   EXPECT_EQ(d->SGVias->Cells(1, 1), QStringLiteral("MAYOR"));

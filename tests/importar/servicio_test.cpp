@@ -13,6 +13,7 @@
 #include <sys/resource.h>
 
 #include "ImportarViasServicio.h"
+#include "OvcCallejero.h"
 #include "THTTPReqResp.h"
 #include "TStringGrid.h"
 #include "TXMLDocument.h"
@@ -420,7 +421,7 @@ TEST(ServicioOvc, HostileNamesNeverWriteOutsideTheProvinceFolder) {
 TEST(ServicioOvc, RequestsKeepTheirDistanceFromTheRealService) {
   THTTPReqResp transporte;
   EntornoTemporal intervalo("CODPOSTALES_OVC_INTERVALO_MS", "0");
-  transporte.URL = QString::fromLatin1(kEndpointOvc);
+  transporte.URL = QString::fromLatin1(ovc::kEndpoint);
   EXPECT_EQ(transporte.IntervaloMinimoMs(), 400) << "only a server on this machine may be asked faster";
   transporte.URL = QStringLiteral("http://127.0.0.1:8080/ovcservweb/OVCSWLocalizacionRC/OVCCallejero.asmx");
   EXPECT_EQ(transporte.IntervaloMinimoMs(), 0);
@@ -439,11 +440,11 @@ TEST(ServicioOvc, ConsecutiveRequestsAreAtLeastTheIntervalApart) {
 TEST(ServicioOvc, EndpointIsTheCadastresUnlessTheEnvironmentNamesAnother) {
   {
     EntornoTemporal url("CODPOSTALES_OVC_URL", "");
-    EXPECT_EQ(EndpointOvc(),
+    EXPECT_EQ(ovc::Endpoint(),
               QStringLiteral("http://ovc.catastro.meh.es/ovcservweb/OVCSWLocalizacionRC/OVCCallejero.asmx"));
   }
   EntornoTemporal url("CODPOSTALES_OVC_URL", "http://127.0.0.1:9/x.asmx");
-  EXPECT_EQ(EndpointOvc(), QStringLiteral("http://127.0.0.1:9/x.asmx"));
+  EXPECT_EQ(ovc::Endpoint(), QStringLiteral("http://127.0.0.1:9/x.asmx"));
 }
 
 }  // namespace
