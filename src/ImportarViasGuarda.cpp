@@ -70,6 +70,16 @@ int NumeroDeCelda(const QString& celda) {
   return numero;
 }
 
+// A row without a street name is not a street: clearing the grid leaves one
+// blank, and a search that finds nothing leaves it so.
+bool SinVia(const TStringGrid* rejilla, int fila) { return rejilla->Cells(kColVia, fila).trimmed().isEmpty(); }
+
+bool HayVias(const TStringGrid* rejilla) {
+  for (int fila = 1; fila < rejilla->RowCount(); ++fila)
+    if (!SinVia(rejilla, fila)) return true;
+  return false;
+}
+
 struct Tramo {
   int imparIni = 0, imparFin = 0, parIni = 0, parFin = 0;
   bool todoCero() const { return imparIni == 0 && imparFin == 0 && parIni == 0 && parFin == 0; }
@@ -196,6 +206,7 @@ class Guardado {
       const CierraEspera cierra(f_, true);
       const int filas = f_.SGVias->RowCount();
       for (int i = 1; i < filas; ++i) {
+        if (SinVia(f_.SGVias, i)) continue;
         Progreso(i, filas);
         try {
           const QString provincia = CodigoProvincia(f_.CBProvinciasZelmor);
@@ -225,6 +236,7 @@ class Guardado {
       QString codigo = SiguienteCodigo(postal_);
       const int filas = f_.SGVias->RowCount();
       for (int i = 1; i < filas; ++i) {
+        if (SinVia(f_.SGVias, i)) continue;
         Progreso(i, filas);
         try {
           const QString provincia = CodigoProvincia(f_.CBProvinciasZelmor);
@@ -316,7 +328,7 @@ class Guardado {
 }  // namespace
 
 void TFImportarVias::advGBGuardarPorMunicipioClick() {
-  if (SGVias->RowCount() < 2) {
+  if (!HayVias(SGVias)) {
     Mensaje_Info(parent(), QStringLiteral("No hay vías que importar. El listado está vacío"),
                  QStringLiteral("Busque antes las vías"), 0);
     return;

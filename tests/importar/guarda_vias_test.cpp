@@ -9,6 +9,7 @@
 #include "../services/qstring_print.h"
 #include "CodPostalesDM.h"
 #include "TStringGrid.h"
+#include "TXMLDocument.h"
 #include "dbase/TTable.h"
 #include "dbase/core/error.h"
 #include "importar/guarda_comun.h"
@@ -46,6 +47,53 @@ TEST_F(GuardaViasTest, SaveWithOnlyTheTitleRowSaysTheListIsEmpty) {
   EXPECT_EQ(m.propietario, anfitrion.get());
   EXPECT_EQ(m.opcion, 0);
   EXPECT_EQ(calles().size(), 3u);
+}
+
+TEST_F(GuardaViasTest, SaveAfterASearchThatFoundNoStreetsSaysTheListIsEmpty) {
+  testsupport::writeFile(dir.file("vacia.xml"), respuestaDeVias({}).toStdString());
+  abre();
+  modo(2);
+  elige("MADRID", "SOBRADO");
+  // As the search leaves it: the grid cleared to one blank row, then loaded.
+  dialogo->LimpiaDatos(false);
+  dialogo->XML->LoadFromFile(QString::fromStdString(dir.file("vacia.xml")));
+  ASSERT_TRUE(dialogo->CargaVias());
+  ASSERT_EQ(dialogo->SGVias->RowCount(), 2);
+  dialogo->SGVias->SetCells(0, 1, "CL");  // a type alone is no street
+  dialogo->SGVias->SetCells(1, 1, "  ");
+  pulsaGuardar();
+  ASSERT_EQ(mensajes.mensajes().size(), 1);
+  EXPECT_EQ(mensajes.ultimo().tipo, TipoMensaje::Info);
+  EXPECT_EQ(mensajes.ultimo().texto, "No hay vías que importar. El listado está vacío");
+  EXPECT_EQ(mensajes.ultimo().titulo, "Busque antes las vías");
+  EXPECT_EQ(calles().size(), 3u);
+}
+
+TEST_F(GuardaViasTest, RowWithoutAStreetNameIsNeverStored) {
+  for (int m : {1, 2}) {
+    escribeCalles({});
+    abre();
+    modo(m);
+    elige("MADRID", m == 1 ? "GETAFE" : "SOBRADO");
+    rejilla({{"CL", "UNO", "28901"}, {"CL", " ", "28901"}, {"", "", ""}, {"CL", "DOS", "28901"}});
+    dialogo->GuardaVias();
+    EXPECT_EQ(columna(calles(), "VIA"), QStringList({"UNO", "DOS"})) << "modo " << m;
+    EXPECT_EQ(dialogo->nViasImportadas, 2) << "modo " << m;
+    dialogo.reset();
+    controlador.reset();
+  }
+}
+
+TEST_F(GuardaViasTest, ReviewPassesOverRowsWithoutAStreetName) {
+  // A blank street stored earlier, without a type, under a GETAFE postcode.
+  escribeCalles({calleImportada("", "", "28902", "GETAFE", "28065", "1")});
+  abre();
+  modo(2);
+  elige("MADRID", "GETAFE");
+  rejilla({{"CL", ""}});
+  dialogo->GuardaVias();
+  EXPECT_EQ(columna(calles(), "TIPO_VIA"), QStringList({""}));
+  EXPECT_EQ(dialogo->nViasImportadas, 0);
 }
 
 TEST_F(GuardaViasTest, SaveWithoutProvinceOrMunicipalityAsksWhereToImport) {

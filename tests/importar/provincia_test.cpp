@@ -340,6 +340,14 @@ TEST_F(GuardadoPorProvincia, ProgressNamesTheFileThenTheMunicipality) {
               abiertas.contains(QStringLiteral("Importando las calles de ROSA (LA)")));
 }
 
+TEST_F(GuardadoPorProvincia, SavedAnswerWithoutStreetsStoresNothing) {
+  Guarda("MADRID", "LA ROSA.xml", {});
+  Modo3("MADRID");
+  dialogo->advGBGuardarPorProvinciaClick();
+  EXPECT_TRUE(Importadas().empty());
+  EXPECT_EQ(dialogo->oResumenGuardado.nViasGuardadas, 0);
+}
+
 TEST_F(GuardadoPorProvincia, SecondRunAddsNothing) {
   Guarda("MADRID", "LA ROSA.xml", {"MAYOR", "SOL"});
   Guarda("MADRID", "VILA()VILLA.xml", {"PLAZA"});
