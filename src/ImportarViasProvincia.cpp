@@ -6,6 +6,7 @@
 #include <QFileInfo>
 #include <QRadioButton>
 #include <QtDebug>
+#include <stdexcept>
 
 #include "ClaseCodPostales.h"
 #include "CodPostalesDM.h"
@@ -61,6 +62,13 @@ bool EsCarpetaSencilla(const QFileInfo& entrada) {
          (entrada.permissions() & QFileDevice::WriteOwner);
 }
 
+// A dialog made only to talk to the service has no street table to store in.
+void ExigeControlador(const TFImportarVias& f) {
+  if (!f.oCodPostales)
+    throw std::logic_error(
+        "Guardar las vías de las provincias necesita el controlador de códigos postales, y el diálogo no lo tiene");
+}
+
 // The POSTAL table's grid refresh stays off during a run.
 class ControlesDesactivados {
  public:
@@ -87,6 +95,7 @@ void AvisaIlegibles(QObject* propietario, const QStringList& ilegibles) {
 }  // namespace
 
 void TFImportarVias::advGBGuardarPorProvinciaClick() {
+  ExigeControlador(*this);
   oResumenGuardado = {};
   if (!RBTodosConUno->isChecked()) {
     Mensaje_Error(this,
@@ -119,6 +128,7 @@ void TFImportarVias::advGBGuardarPorProvinciaClick() {
 }
 
 void TFImportarVias::MIGuardarPorProvinciaClick() {
+  ExigeControlador(*this);
   oResumenGuardado = {};
   const QString raiz = CarpetaPostal();
   if (!QDir(raiz).exists()) {

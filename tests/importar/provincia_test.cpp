@@ -348,6 +348,26 @@ TEST_F(GuardadoPorProvincia, SavedAnswerWithoutStreetsStoresNothing) {
   EXPECT_EQ(dialogo->oResumenGuardado.nViasGuardadas, 0);
 }
 
+TEST_F(GuardadoPorProvincia, ProvinceRunsRefuseADialogWithoutController) {
+  Guarda("MADRID", "LA ROSA.xml", {"MAYOR"});
+  TFImportarVias soloServicio(nullptr, nullptr);
+  soloServicio.sAlias = QString::fromStdString(alias.path());
+  soloServicio.RBTodosConUno->setChecked(true);
+  soloServicio.CBProvincias->addItem(QStringLiteral("MADRID"));
+  soloServicio.CBProvincias->setCurrentIndex(0);
+  EXPECT_THROW(soloServicio.advGBGuardarPorProvinciaClick(), std::logic_error);
+  EXPECT_THROW(soloServicio.MIGuardarPorProvinciaClick(), std::logic_error);
+  EXPECT_TRUE(mensajes.vacio());
+  // From the menu, the dialog says so.
+  soloServicio.MIGuardarPorProvincia->trigger();
+  ASSERT_EQ(mensajes.cuenta(TipoMensaje::Error), 1);
+  EXPECT_EQ(mensajes.ultimo().texto, QStringLiteral("Guardar las vías de las provincias necesita el controlador de "
+                                                    "códigos postales, y el diálogo no lo tiene"));
+  EXPECT_EQ(soloServicio.oFormMensaje, nullptr);
+  EXPECT_FALSE(soloServicio.bPorProvincias);
+  EXPECT_EQ(FilasDeReferencia(alias.path()), previas);
+}
+
 TEST_F(GuardadoPorProvincia, SecondRunAddsNothing) {
   Guarda("MADRID", "LA ROSA.xml", {"MAYOR", "SOL"});
   Guarda("MADRID", "VILA()VILLA.xml", {"PLAZA"});
