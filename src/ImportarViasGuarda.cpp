@@ -16,6 +16,7 @@
 #include "ClaseCodPostales.h"
 #include "CodPostalesDM.h"
 #include "ImportarVias.h"
+#include "ImportarViasEspera.h"
 #include "TStringGrid.h"
 #include "dbase/TTable.h"
 #include "services/Rmensaje.h"
@@ -201,13 +202,12 @@ class Guardado {
     if (f_.bPorProvincias) return;
     postales_ = CodigosPostalesDelMunicipio(f_);
     if (postales_.isEmpty()) return;
-    AbreEspera();
     {
-      const CierraEspera cierra(f_, true);
+      EsperaDelDialogo espera(f_, TextoEspera());
       const int filas = f_.SGVias->RowCount();
       for (int i = 1; i < filas; ++i) {
         if (SinVia(f_.SGVias, i)) continue;
-        Progreso(i, filas);
+        Progreso(espera, i, filas);
         try {
           const QString provincia = CodigoProvincia(f_.CBProvinciasZelmor);
           const QString tipo = f_.SGVias->Cells(kColTipo, i);
@@ -230,14 +230,14 @@ class Guardado {
   // stored are appended.
   void Inserta() {
     const bool modo1 = f_.RBMasDeUno->isChecked();
-    AbreEspera();
     {
-      const CierraEspera cierra(f_, !f_.bPorProvincias);
+      // A province run keeps the window open for its next municipality.
+      EsperaDelDialogo espera(f_, TextoEspera(), !f_.bPorProvincias);
       QString codigo = SiguienteCodigo(postal_);
       const int filas = f_.SGVias->RowCount();
       for (int i = 1; i < filas; ++i) {
         if (SinVia(f_.SGVias, i)) continue;
-        Progreso(i, filas);
+        Progreso(espera, i, filas);
         try {
           const QString provincia = CodigoProvincia(f_.CBProvinciasZelmor);
           const QString codPostal = modo1 ? f_.SGVias->Cells(kColCodPostal, i) : CodigoPostal(f_.CBMunicipiosZelmor);
@@ -279,33 +279,13 @@ class Guardado {
   }
 
  private:
-  // Closes the wait window when the run ends, however it ends.
-  class CierraEspera {
-   public:
-    CierraEspera(TFImportarVias& f, bool cierra) : f_(f), cierra_(cierra) {}
-    ~CierraEspera() {
-      if (!cierra_) return;
-      CierraMensaje(f_.oFormMensaje);
-      f_.oFormMensaje = nullptr;
-    }
-    CierraEspera(const CierraEspera&) = delete;
-    CierraEspera& operator=(const CierraEspera&) = delete;
-
-   private:
-    TFImportarVias& f_;
-    bool cierra_;
-  };
-
-  void AbreEspera() {
-    if (!f_.oFormMensaje)
-      f_.oFormMensaje =
-          MuestraMensaje(QStringLiteral("Importando las calles de ") + f_.CBMunicipiosZelmor->currentText(), &f_);
+  QString TextoEspera() const {
+    return QStringLiteral("Importando las calles de ") + f_.CBMunicipiosZelmor->currentText();
   }
 
-  void Progreso(int fila, int filas) {
-    CambiaMensaje(QStringLiteral("Importando las calles... ") + Int_Cad(fila) + QStringLiteral(" de ") +
-                      Int_Cad(filas - 1) + QStringLiteral(" de ") + f_.CBMunicipiosZelmor->currentText(),
-                  f_.oFormMensaje);
+  void Progreso(EsperaDelDialogo& espera, int fila, int filas) {
+    espera.Cambia(QStringLiteral("Importando las calles... ") + Int_Cad(fila) + QStringLiteral(" de ") +
+                  Int_Cad(filas - 1) + QStringLiteral(" de ") + f_.CBMunicipiosZelmor->currentText());
   }
 
   // The dialog sees the count as it goes, so a run cut short still tells.

@@ -11,6 +11,7 @@
 #include "ClaseCodPostales.h"
 #include "CodPostalesDM.h"
 #include "ImportarVias.h"
+#include "ImportarViasEspera.h"
 #include "TXMLDocument.h"
 #include "dbase/core/path.h"
 #include "services/Rficheros.h"
@@ -81,6 +82,19 @@ class ControlesDesactivados {
 
  private:
   TTable* tabla_;
+};
+
+// The province-run flag, set while one municipality is stored and cleared
+// however that ends.
+class PorProvincias {
+ public:
+  explicit PorProvincias(TFImportarVias& f) : f_(f) { f_.bPorProvincias = true; }
+  ~PorProvincias() { f_.bPorProvincias = false; }
+  PorProvincias(const PorProvincias&) = delete;
+  PorProvincias& operator=(const PorProvincias&) = delete;
+
+ private:
+  TFImportarVias& f_;
 };
 
 // Files that could not be read are told once, at the end of the run.
@@ -164,7 +178,10 @@ void TFImportarVias::GuardaFicherosDeProvincia(const QStringList& plFicheros) {
   const int ilegiblesAntes = ilegibles.size();
   for (const QString& fichero : plFicheros) {
     ++oResumenGuardado.nFicheros;
-    oFormMensaje = MuestraMensaje(QStringLiteral("Importando las calles de ") + fichero, this);
+    // Each file has a window of its own, closed however the file ends; one
+    // left open is closed first.
+    CierraFormMensaje();
+    EsperaDelDialogo espera(*this, QStringLiteral("Importando las calles de ") + fichero);
     if (CBProvinciasZelmor->currentIndex() < 0) {
       const int provincia = Indice(CBProvinciasZelmor, CBProvincias->currentText());
       CBProvinciasZelmor->setCurrentIndex(provincia);
@@ -181,7 +198,7 @@ void TFImportarVias::GuardaFicherosDeProvincia(const QStringList& plFicheros) {
     }
     if (CBProvinciasZelmor->currentIndex() < 0 || CBMunicipiosZelmor->currentIndex() < 0) {
       QString provinciaPrograma = ConvierteProvincia(CBProvincias->currentText());
-      CierraFormMensaje();
+      espera.Cierra();
       QString elegido = municipio;
       const QString titulo = QStringLiteral("Seleccione el municipio donde importar las vias de ") + municipio +
                              QStringLiteral(" (") + CBProvincias->currentText() + u')';
@@ -200,10 +217,10 @@ void TFImportarVias::GuardaFicherosDeProvincia(const QStringList& plFicheros) {
       LimpiaDatos(false);
       const QString texto = QStringLiteral("Importando las calles de ") + municipio;
       if (oFormMensaje)
-        CambiaMensaje(texto, oFormMensaje);
+        espera.Cambia(texto);
       else
-        oFormMensaje = MuestraMensaje(texto, this);
-      bPorProvincias = true;
+        oFormMensaje = MuestraMensaje(texto, this);  // the file's guard closes it too
+      const PorProvincias enCurso(*this);
       try {
         XML->LoadFromFile(fichero);
         if (CargaVias()) {
@@ -215,14 +232,8 @@ void TFImportarVias::GuardaFicherosDeProvincia(const QStringList& plFicheros) {
         // An answer that cannot be read stores nothing; the run goes on.
         qWarning().noquote() << e.what();
         ilegibles << QFileInfo(fichero).fileName();
-      } catch (...) {
-        bPorProvincias = false;
-        CierraFormMensaje();
-        throw;
       }
-      bPorProvincias = false;
     }
-    CierraFormMensaje();
   }
   AvisaIlegibles(this, ilegibles.mid(ilegiblesAntes));
 }

@@ -90,6 +90,19 @@ std::multiset<QString> CallesImportadas(TTable* postal, int previas) {
   return filas;
 }
 
+// A wait window that fails when given one text, as any step of a run may.
+class EsperaQueFalla : public RegistroMensajes {
+ public:
+  explicit EsperaQueFalla(QString texto) : texto_(std::move(texto)) {}
+  void cambia(TVentanaEspera* ventana, const QString& texto) override {
+    if (texto == texto_) throw std::runtime_error("la ventana de espera ha fallado");
+    RegistroMensajes::cambia(ventana, texto);
+  }
+
+ private:
+  QString texto_;
+};
+
 // A host reference set (street table POSTAL.DBF) with a few municipalities
 // of its own, and the import dialog on a bare controller over it.
 class GuardadoPorProvincia : public ::testing::Test {
@@ -326,6 +339,57 @@ TEST_F(GuardadoPorProvincia, RunLeavesNoProvinceStateBehind) {
   ASSERT_EQ(mensajes.cuenta(TipoMensaje::Error), 1) << "the unreadable answer is named at the end";
   EXPECT_EQ(mensajes.ultimo().titulo, QStringLiteral("Importación incompleta"));
   EXPECT_TRUE(mensajes.ultimo().texto.endsWith(QStringLiteral("\nROTO.xml")));
+}
+
+TEST_F(GuardadoPorProvincia, FailureBeforeStoringAFileClosesItsWaitWindow) {
+  Guarda("MADRID", "LA ROSA.xml", {"MAYOR"});
+  Modo3("MADRID");
+  // The host province chosen beforehand, so the file's window stays open
+  // until the step that names the matched municipality, which fails.
+  dialogo->CBProvinciasZelmor->setCurrentIndex(dialogo->Indice(dialogo->CBProvinciasZelmor, QStringLiteral("MADRID")));
+  dialogo->CBProvinciasZelmorExit(dialogo->CBProvinciasZelmor);
+  EsperaQueFalla falla(QStringLiteral("Importando las calles de ROSA (LA)"));
+  const PresentadorMensajesTemporal usa(&falla);
+  EXPECT_THROW(dialogo->advGBGuardarPorProvinciaClick(), std::runtime_error);
+  EXPECT_EQ(dialogo->oFormMensaje, nullptr);
+  EXPECT_EQ(falla.cuenta(TipoMensaje::Muestra), 1);
+  EXPECT_EQ(falla.cuenta(TipoMensaje::Cierra), 1);
+  EXPECT_FALSE(dialogo->bPorProvincias);
+  EXPECT_FALSE(controlador->oDataModule->TPostal->ControlsDisabled());
+  EXPECT_TRUE(Importadas().empty());
+}
+
+TEST_F(GuardadoPorProvincia, FailureWhileStoringLeavesNoProvinceStateBehind) {
+  Guarda("MADRID", "LA ROSA.xml", {"MAYOR"});
+  // A street code that is no number: the next code cannot be worked out.
+  {
+    std::unique_ptr<TTable> t(CreaTabla(QString::fromStdString(alias.path()), QStringLiteral("POSTAL.DBF"), QString(), false, true));
+    t->Append();
+    t->FieldByName(QStringLiteral("VIA"))->SetAsString(QStringLiteral("ROTA"));
+    t->FieldByName(QStringLiteral("CODIGO1"))->SetAsString(QStringLiteral("A-12"));
+    t->Post();
+  }
+  ++previas;
+  Modo3("MADRID");
+  EXPECT_ANY_THROW(dialogo->advGBGuardarPorProvinciaClick());
+  EXPECT_FALSE(dialogo->bPorProvincias);
+  EXPECT_EQ(dialogo->oFormMensaje, nullptr);
+  EXPECT_EQ(mensajes.cuenta(TipoMensaje::Muestra), mensajes.cuenta(TipoMensaje::Cierra));
+  EXPECT_TRUE(Importadas().empty());
+}
+
+TEST_F(GuardadoPorProvincia, WaitWindowLeftOpenIsClosedBeforeTheFirstFile) {
+  Guarda("MADRID", "LA ROSA.xml", {"MAYOR"});
+  Modo3("MADRID");
+  dialogo->oFormMensaje = MuestraMensaje(QStringLiteral("Otra tarea"), dialogo.get());
+  mensajes.limpia();
+  dialogo->advGBGuardarPorProvinciaClick();
+  ASSERT_FALSE(mensajes.mensajes().isEmpty());
+  EXPECT_EQ(mensajes.mensajes().first().tipo, TipoMensaje::Cierra);
+  EXPECT_EQ(mensajes.mensajes().first().texto, QStringLiteral("Otra tarea"));
+  EXPECT_EQ(mensajes.cuenta(TipoMensaje::Cierra), mensajes.cuenta(TipoMensaje::Muestra) + 1);
+  EXPECT_EQ(dialogo->oFormMensaje, nullptr);
+  EXPECT_EQ(Importadas(), (std::multiset<QString>{"ROSA (LA)|CL|MAYOR|28200"}));
 }
 
 TEST_F(GuardadoPorProvincia, ProgressNamesTheFileThenTheMunicipality) {
