@@ -229,7 +229,9 @@ class Guardado {
   // Mode 1, or a municipality with one postcode: the grid's streets not yet
   // stored are appended.
   void Inserta() {
-    const bool modo1 = f_.RBMasDeUno->isChecked();
+    // Only a postcode file fills the postcode and number columns: a province
+    // run's saved answers carry neither, whatever the mode.
+    const bool delFichero = f_.RBMasDeUno->isChecked() && !f_.bPorProvincias;
     {
       // A province run keeps the window open for its next municipality.
       EsperaDelDialogo espera(f_, TextoEspera(), !f_.bPorProvincias);
@@ -240,11 +242,12 @@ class Guardado {
         Progreso(espera, i, filas);
         try {
           const QString provincia = CodigoProvincia(f_.CBProvinciasZelmor);
-          const QString codPostal = modo1 ? f_.SGVias->Cells(kColCodPostal, i) : CodigoPostal(f_.CBMunicipiosZelmor);
+          const QString codPostal =
+              delFichero ? f_.SGVias->Cells(kColCodPostal, i) : CodigoPostal(f_.CBMunicipiosZelmor);
           const QString tipo = f_.SGVias->Cells(kColTipo, i);
           const QString via = f_.SGVias->Cells(kColVia, i);
           Tramo tramo;
-          if (modo1)
+          if (delFichero)
             tramo = {NumeroDeCelda(f_.SGVias->Cells(kColImparIni, i)),
                      NumeroDeCelda(f_.SGVias->Cells(kColImparIni + 1, i)),
                      NumeroDeCelda(f_.SGVias->Cells(kColImparIni + 2, i)),

@@ -10,6 +10,8 @@
 #include <QPushButton>
 #include <QRadioButton>
 #include <QRegularExpression>
+#include <QStyle>
+#include <QStyleOptionButton>
 #include <QTest>
 #include <QTimer>
 #include <gtest/gtest.h>
@@ -215,6 +217,43 @@ TEST_F(GuardadoPorProvincia, MenuCommandRunsWhateverTheMode) {
   dialogo->RBUno->setChecked(true);
   dialogo->MIGuardarPorProvincia->trigger();
   EXPECT_EQ(Importadas(), (std::multiset<QString>{"ROSA (LA)|CL|MAYOR|28200"}));
+}
+
+TEST_F(GuardadoPorProvincia, MenuCommandInModeOneStoresUnderTheMunicipalitysPostcode) {
+  Guarda("MADRID", "LA ROSA.xml", {"MAYOR"});
+  testsupport::writeFile(alias.file("POSTAL/28-GETAFE.txt"), "28901: MAYOR, CALLE\r\n");
+  AbreDialogo();
+  dialogo->CargaProvinciasZelmor();
+  dialogo->RBTodosConUno->setChecked(true);
+  // Mode 1 chosen as the user does: its list is the postcode files, so the
+  // province folder names none of it and the municipality is asked for.
+  QStyleOptionButton opcion;
+  opcion.initFrom(dialogo->RBMasDeUno);
+  QTest::mouseClick(dialogo->RBMasDeUno, Qt::LeftButton, Qt::NoModifier,
+                    dialogo->RBMasDeUno->style()
+                        ->subElementRect(QStyle::SE_RadioButtonIndicator, &opcion, dialogo->RBMasDeUno)
+                        .center());
+  ASSERT_TRUE(dialogo->RBMasDeUno->isChecked());
+  ASSERT_EQ(dialogo->CBProvincias->findText(QStringLiteral("28-GETAFE")), 0) << "the mode's handler ran";
+  int preguntas = 0;
+  dialogo->PreguntaMunicipio = [&](const QString&, QString& p, QString& m) {
+    ++preguntas;
+    p = QStringLiteral("MADRID");
+    m = QStringLiteral("ROSA (LA)");
+    return true;
+  };
+  dialogo->MIGuardarPorProvincia->trigger();
+  EXPECT_EQ(preguntas, 1);
+  EXPECT_EQ(Importadas(), (std::multiset<QString>{"ROSA (LA)|CL|MAYOR|28200"}));
+  // Saved answers bring no numbers either: the whole street.
+  TTable* postal = controlador->oDataModule->TPostal;
+  TBIndexa(QString(), postal);
+  postal->Last();
+  EXPECT_EQ(QStringList({postal->FieldByName(QStringLiteral("IMPAR_INI"))->AsString(),
+                         postal->FieldByName(QStringLiteral("IMPAR_FIN"))->AsString(),
+                         postal->FieldByName(QStringLiteral("PAR_INI"))->AsString(),
+                         postal->FieldByName(QStringLiteral("PAR_FIN"))->AsString()}),
+            QStringList({"1", "9999", "2", "9998"}));
 }
 
 TEST_F(GuardadoPorProvincia, MenuCommandTakesOnlyPlainFolders) {
