@@ -12,6 +12,7 @@
 #include "CodPostalesDM.h"
 #include "ImportarVias.h"
 #include "ImportarViasEspera.h"
+#include "ImportarViasServicio.h"
 #include "TXMLDocument.h"
 #include "dbase/core/path.h"
 #include "services/Rficheros.h"
@@ -126,8 +127,11 @@ void TFImportarVias::advGBGuardarPorProvinciaClick() {
     return;
   }
   const QString raiz = CarpetaPostal();
-  const QString provincia = QString::fromStdString(
-      dbase::resolveDirectoryCaseInsensitive(SlashSep(raiz, CBProvincias->currentText(), u'/').toStdString()));
+  // The folder is named as the answers were saved: "/" and "\" escaped, and
+  // a name that would leave POSTAL refused.
+  const QString carpeta = NombreDeFicheroGuardado(CBProvincias->currentText());
+  const QString provincia =
+      QString::fromStdString(dbase::resolveDirectoryCaseInsensitive(SlashSep(raiz, carpeta, u'/').toStdString()));
   if (!QDir(raiz).exists() || !QDir(provincia).exists()) {
     FaltanFicheros(this);
     return;

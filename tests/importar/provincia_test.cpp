@@ -211,6 +211,33 @@ TEST_F(GuardadoPorProvincia, MissingFolderOrFilesAsksToSearchFirst) {
   }
 }
 
+TEST_F(GuardadoPorProvincia, ProvinceWithASlashIsReadFromItsSavedFolder) {
+  Guarda("MADRID()NORTE", "LA ROSA.xml", {"MAYOR"});
+  Modo3("MADRID/NORTE");
+  dialogo->PreguntaMunicipio = [](const QString&, QString& p, QString& m) {
+    p = QStringLiteral("MADRID");
+    m = QStringLiteral("ROSA (LA)");
+    return true;
+  };
+  dialogo->advGBGuardarPorProvinciaClick();
+  EXPECT_EQ(mensajes.cuenta(TipoMensaje::Info), 0);
+  EXPECT_EQ(Importadas(), (std::multiset<QString>{"ROSA (LA)|CL|MAYOR|28200"}));
+}
+
+TEST_F(GuardadoPorProvincia, ProvinceNamedDotDotIsRefusedRatherThanReadOutsideThePostalFolder) {
+  ASSERT_TRUE(QDir().mkpath(QString::fromStdString(alias.file("POSTAL/MADRID"))));
+  testsupport::writeFile(alias.file("LA ROSA.xml"), RespuestaSoap("Callejero", Calles({"MAYOR"})).toStdString());
+  Modo3("..");
+  try {
+    dialogo->advGBGuardarPorProvinciaClick();
+    ADD_FAILURE() << "no error";
+  } catch (const std::runtime_error& e) {
+    EXPECT_EQ(QString::fromUtf8(e.what()), QStringLiteral("«..» no sirve como nombre de fichero o carpeta"));
+  }
+  EXPECT_TRUE(Importadas().empty());
+  EXPECT_EQ(dialogo->oFormMensaje, nullptr);
+}
+
 TEST_F(GuardadoPorProvincia, MenuCommandRunsWhateverTheMode) {
   Guarda("MADRID", "LA ROSA.xml", {"MAYOR"});
   Modo3("MADRID");
