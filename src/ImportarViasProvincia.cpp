@@ -98,13 +98,17 @@ class PorProvincias {
   TFImportarVias& f_;
 };
 
-// Files that could not be read are told once, at the end of the run.
+// Files that could not be read are told once, at the end of the run: this
+// many by name, the rest counted.
+constexpr int kIlegiblesNombrados = 20;
+
 void AvisaIlegibles(QObject* propietario, const QStringList& ilegibles) {
   if (ilegibles.isEmpty()) return;
-  Mensaje_Error(propietario,
-                QStringLiteral("No se han podido leer estas respuestas guardadas y sus vías no se han importado:\r") +
-                    ilegibles.join(u'\r'),
-                QStringLiteral("Importación incompleta"));
+  QString texto = QStringLiteral("No se han podido leer estas respuestas guardadas y sus vías no se han importado:\r") +
+                  ilegibles.mid(0, kIlegiblesNombrados).join(u'\r');
+  if (ilegibles.size() > kIlegiblesNombrados)
+    texto += QStringLiteral("\ry %1 más").arg(ilegibles.size() - kIlegiblesNombrados);
+  Mensaje_Error(propietario, texto, QStringLiteral("Importación incompleta"));
 }
 
 }  // namespace
@@ -141,8 +145,11 @@ void TFImportarVias::advGBGuardarPorProvinciaClick() {
     FaltanFicheros(this);
     return;
   }
-  const ControlesDesactivados controles(oCodPostales->oDataModule->TPostal);
-  GuardaFicherosDeProvincia(ficheros);
+  {
+    const ControlesDesactivados controles(oCodPostales->oDataModule->TPostal);
+    GuardaFicherosDeProvincia(ficheros);
+  }
+  AvisaIlegibles(this, oResumenGuardado.lIlegibles);
 }
 
 void TFImportarVias::MIGuardarPorProvinciaClick() {
@@ -153,21 +160,24 @@ void TFImportarVias::MIGuardarPorProvinciaClick() {
     FaltanFicheros(this);
     return;
   }
-  const ControlesDesactivados controles(oCodPostales->oDataModule->TPostal);
-  const QFileInfoList entradas = QDir(raiz).entryInfoList(
-      QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name | QDir::IgnoreCase);
-  for (const QFileInfo& entrada : entradas) {
-    CBProvincias->setCurrentIndex(-1);
-    CBProvinciasZelmor->setCurrentIndex(-1);
-    if (!EsCarpetaSencilla(entrada)) continue;
-    CBProvincias->setCurrentIndex(Indice(CBProvincias, entrada.fileName()));
-    const QStringList ficheros = FicherosXml(entrada.filePath());
-    if (ficheros.isEmpty()) {
-      FaltanFicheros(this);
-      continue;
+  {
+    const ControlesDesactivados controles(oCodPostales->oDataModule->TPostal);
+    const QFileInfoList entradas = QDir(raiz).entryInfoList(
+        QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name | QDir::IgnoreCase);
+    for (const QFileInfo& entrada : entradas) {
+      CBProvincias->setCurrentIndex(-1);
+      CBProvinciasZelmor->setCurrentIndex(-1);
+      if (!EsCarpetaSencilla(entrada)) continue;
+      CBProvincias->setCurrentIndex(Indice(CBProvincias, entrada.fileName()));
+      const QStringList ficheros = FicherosXml(entrada.filePath());
+      if (ficheros.isEmpty()) {
+        FaltanFicheros(this);
+        continue;
+      }
+      GuardaFicherosDeProvincia(ficheros);
     }
-    GuardaFicherosDeProvincia(ficheros);
   }
+  AvisaIlegibles(this, oResumenGuardado.lIlegibles);
 }
 
 void TFImportarVias::GuardaFicherosDeProvincia(const QStringList& plFicheros) {
@@ -179,7 +189,6 @@ void TFImportarVias::GuardaFicherosDeProvincia(const QStringList& plFicheros) {
                                                    codProvincia, codMunicipio, QStringLiteral("NOMBRE"), titulo);
                               };
   QStringList& ilegibles = oResumenGuardado.lIlegibles;
-  const int ilegiblesAntes = ilegibles.size();
   for (const QString& fichero : plFicheros) {
     ++oResumenGuardado.nFicheros;
     // Each file has a window of its own, closed however the file ends; one
@@ -239,5 +248,4 @@ void TFImportarVias::GuardaFicherosDeProvincia(const QStringList& plFicheros) {
       }
     }
   }
-  AvisaIlegibles(this, ilegibles.mid(ilegiblesAntes));
 }

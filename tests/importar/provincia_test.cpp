@@ -458,6 +458,43 @@ TEST_F(GuardadoPorProvincia, WaitWindowLeftOpenIsClosedBeforeTheFirstFile) {
   EXPECT_EQ(Importadas(), (std::multiset<QString>{"ROSA (LA)|CL|MAYOR|28200"}));
 }
 
+const QString kIlegibles =
+    QStringLiteral("No se han podido leer estas respuestas guardadas y sus vías no se han importado:\n");
+
+TEST_F(GuardadoPorProvincia, UnreadableAnswersOfEveryFolderAreToldOnceAtTheEnd) {
+  Guarda("MADRID", "LA ROSA.xml", {"MAYOR"});
+  testsupport::writeFile(alias.file("POSTAL/MADRID/ROTO.xml"), "<soap:Envelope><roto");
+  ASSERT_TRUE(QDir().mkpath(QString::fromStdString(alias.file("POSTAL/TOLEDO"))));
+  testsupport::writeFile(alias.file("POSTAL/TOLEDO/MAL.xml"), "<soap:Envelope><mal");
+  AnadeMunicipios(alias.path(), {{"28203", "28203", "S", "ROTO", "28"}, {"45900", "45900", "S", "MAL", "45"}});
+  Modo3("MADRID");
+  dialogo->CBProvincias->addItem(QStringLiteral("TOLEDO"));
+  dialogo->MIGuardarPorProvinciaClick();
+  EXPECT_EQ(Importadas(), (std::multiset<QString>{"ROSA (LA)|CL|MAYOR|28200"}));
+  ASSERT_EQ(mensajes.cuenta(TipoMensaje::Error), 1);
+  EXPECT_EQ(mensajes.ultimo().tipo, TipoMensaje::Error) << "after every folder";
+  EXPECT_EQ(mensajes.ultimo().titulo, QStringLiteral("Importación incompleta"));
+  EXPECT_EQ(mensajes.ultimo().texto, kIlegibles + QStringLiteral("ROTO.xml\nMAL.xml"));
+}
+
+TEST_F(GuardadoPorProvincia, UnreadableAnswersBeyondTwentyAreCounted) {
+  QList<Municipio> rotos;
+  for (int i = 1; i <= 23; ++i) {
+    const QString nombre = QStringLiteral("ROTO %1").arg(i, 2, 10, QLatin1Char('0'));
+    rotos << Municipio{QStringLiteral("28%1").arg(300 + i), QStringLiteral("28%1").arg(300 + i), "S", nombre, "28"};
+    Guarda("MADRID", nombre + QStringLiteral(".xml"), {});
+    testsupport::writeFile(alias.file(("POSTAL/MADRID/" + nombre + ".xml").toStdString()), "<roto");
+  }
+  AnadeMunicipios(alias.path(), rotos);
+  Modo3("MADRID");
+  dialogo->advGBGuardarPorProvinciaClick();
+  const QStringList ilegibles = dialogo->oResumenGuardado.lIlegibles;
+  ASSERT_EQ(ilegibles.size(), 23);
+  ASSERT_EQ(mensajes.cuenta(TipoMensaje::Error), 1);
+  EXPECT_EQ(mensajes.ultimo().titulo, QStringLiteral("Importación incompleta"));
+  EXPECT_EQ(mensajes.ultimo().texto, kIlegibles + ilegibles.mid(0, 20).join(u'\n') + QStringLiteral("\ny 3 más"));
+}
+
 TEST_F(GuardadoPorProvincia, ProgressNamesTheFileThenTheMunicipality) {
   Guarda("MADRID", "LA ROSA.xml", {"MAYOR"});
   Modo3("MADRID");
