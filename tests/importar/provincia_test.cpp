@@ -496,15 +496,49 @@ TEST_F(GuardadoPorProvincia, UnreadableAnswersBeyondTwentyAreCounted) {
 }
 
 TEST_F(GuardadoPorProvincia, ProgressNamesTheFileThenTheMunicipality) {
-  Guarda("MADRID", "LA ROSA.xml", {"MAYOR"});
+  Guarda("MADRID", "LA ROSA.xml", {"MAYOR", "SOL"});
   Modo3("MADRID");
   dialogo->advGBGuardarPorProvinciaClick();
-  const QStringList abiertas = mensajes.textos(TipoMensaje::Muestra);
-  ASSERT_FALSE(abiertas.isEmpty());
-  EXPECT_EQ(abiertas.first(), QStringLiteral("Importando las calles de ") +
-                                  QDir::cleanPath(QString::fromStdString(alias.file("POSTAL/MADRID/LA ROSA.xml"))));
-  EXPECT_TRUE(mensajes.textos(TipoMensaje::Cambia).contains(QStringLiteral("Importando las calles de ROSA (LA)")) ||
-              abiertas.contains(QStringLiteral("Importando las calles de ROSA (LA)")));
+  QStringList llamadas;
+  for (const MensajeRegistrado& m : mensajes.mensajes()) {
+    if (m.tipo == TipoMensaje::Muestra) llamadas << QStringLiteral("Muestra: ") + m.texto;
+    if (m.tipo == TipoMensaje::Cambia) llamadas << QStringLiteral("Cambia: ") + m.texto;
+    if (m.tipo == TipoMensaje::Cierra) llamadas << QStringLiteral("Cierra");
+  }
+  const QString fichero = QDir::cleanPath(QString::fromStdString(alias.file("POSTAL/MADRID/LA ROSA.xml")));
+  // Loading the host's municipalities of the province closes the file's
+  // window, so the municipality's opens anew.
+  EXPECT_EQ(llamadas, (QStringList{QStringLiteral("Muestra: Importando las calles de ") + fichero,
+                                   "Cierra",
+                                   "Muestra: Importando las calles de ROSA (LA)",
+                                   "Cambia: Cargando datos de vías",
+                                   "Cambia: Importando las calles... 1 de 2 de ROSA (LA)",
+                                   "Cambia: Importando las calles... 2 de 2 de ROSA (LA)",
+                                   "Cierra"}));
+}
+
+TEST_F(GuardadoPorProvincia, ProgressOfALaterFileRenamesItsWindowForTheMunicipality) {
+  Guarda("MADRID", "LA ROSA.xml", {"MAYOR"});
+  Guarda("MADRID", "VILA()VILLA.xml", {"PLAZA"});
+  Modo3("MADRID");
+  dialogo->advGBGuardarPorProvinciaClick();
+  QStringList llamadas;
+  bool segundo = false;
+  for (const MensajeRegistrado& m : mensajes.mensajes()) {
+    segundo = segundo || (m.tipo == TipoMensaje::Muestra && m.texto.endsWith(QStringLiteral("VILA()VILLA.xml")));
+    if (!segundo) continue;
+    if (m.tipo == TipoMensaje::Muestra) llamadas << QStringLiteral("Muestra: ") + m.texto;
+    if (m.tipo == TipoMensaje::Cambia) llamadas << QStringLiteral("Cambia: ") + m.texto;
+    if (m.tipo == TipoMensaje::Cierra) llamadas << QStringLiteral("Cierra");
+  }
+  // The host province stays chosen: the file's window goes on for the
+  // municipality.
+  const QString fichero = QDir::cleanPath(QString::fromStdString(alias.file("POSTAL/MADRID/VILA()VILLA.xml")));
+  EXPECT_EQ(llamadas, (QStringList{QStringLiteral("Muestra: Importando las calles de ") + fichero,
+                                   "Cambia: Importando las calles de VILA/VILLA",
+                                   "Cambia: Cargando datos de vías",
+                                   "Cambia: Importando las calles... 1 de 1 de VILA/VILLA",
+                                   "Cierra"}));
 }
 
 TEST_F(GuardadoPorProvincia, SavedAnswerWithoutStreetsStoresNothing) {
