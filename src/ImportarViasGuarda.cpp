@@ -253,7 +253,8 @@ class Guardado {
                      NumeroDeCelda(f_.SGVias->Cells(kColImparIni + 2, i)),
                      NumeroDeCelda(f_.SGVias->Cells(kColImparIni + 3, i))};
           if (BuscaEnPostal(provincia, tipo, via, codPostal, tramo)) continue;
-          // Modes 2 and 3 bring no numbers: the whole street.
+          // No numbers at all (modes 2 and 3, saved answers, a line without
+          // range wording): the whole street.
           const Tramo escrito = tramo.todoCero() ? Tramo{kImparIni, kImparFin, kParIni, kParFin} : tramo;
           const QString municipio = f_.CBMunicipiosZelmor->currentText();
           postal_->Append();
