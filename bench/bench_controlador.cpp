@@ -305,7 +305,7 @@ void registra() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
+  bench::plataformaSinVentanas();
   QApplication app(argc, argv);
   // Boxes are recorded, never shown: a modal box would stop the run.
   RegistroMensajes mensajes;

@@ -158,18 +158,10 @@ void registra() {
     }
 }
 
-// The offscreen platform's notes on every window shown are noise here.
-void sinAvisosDePlataforma(QtMsgType tipo, const QMessageLogContext&, const QString& texto) {
-  if (texto.startsWith(QLatin1String("This plugin does not support"))) return;
-  std::fprintf(stderr, "%s\n", qPrintable(texto));
-  if (tipo == QtFatalMsg) std::abort();
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
-  qInstallMessageHandler(sinAvisosDePlataforma);
+  bench::plataformaSinVentanas();
   QApplication app(argc, argv);
   return bench::principal(argc, argv, registra);
 }

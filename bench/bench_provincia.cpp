@@ -462,18 +462,10 @@ void registra() {
   }
 }
 
-// The offscreen platform's notes on every window shown are noise here.
-void sinAvisosDePlataforma(QtMsgType tipo, const QMessageLogContext&, const QString& texto) {
-  if (texto.startsWith(QLatin1String("This plugin does not support"))) return;
-  std::fprintf(stderr, "%s\n", qPrintable(texto));
-  if (tipo == QtFatalMsg) std::abort();
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
-  qInstallMessageHandler(sinAvisosDePlataforma);
+  bench::plataformaSinVentanas();
   // --ovc=FILE is ours; the rest goes to the shared main.
   int n = 1;
   for (int i = 1; i < argc; ++i)

@@ -1,5 +1,9 @@
 #include "comun.h"
 
+#include <QByteArray>
+#include <QString>
+#include <QtGlobal>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -16,6 +20,21 @@
 namespace fs = std::filesystem;
 
 namespace bench {
+
+namespace {
+
+void sinAvisosDePlataforma(QtMsgType tipo, const QMessageLogContext&, const QString& texto) {
+  if (texto.startsWith(QLatin1String("This plugin does not support"))) return;
+  std::fprintf(stderr, "%s\n", qPrintable(texto));
+  if (tipo == QtFatalMsg) std::abort();
+}
+
+}  // namespace
+
+void plataformaSinVentanas() {
+  if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
+  qInstallMessageHandler(sinAvisosDePlataforma);
+}
 
 namespace {
 

@@ -24,6 +24,11 @@ class DbfFile;
 
 namespace bench {
 
+// For benchmarks of widgets, before their QApplication: the offscreen
+// platform unless another is asked for, and without the platform's notes on
+// every window shown, which are noise among the results.
+void plataformaSinVentanas();
+
 // The whole main(): reads and removes --datos= and --tmp= from the
 // arguments, checks the data set is there, registers the benchmarks, runs them.
 int principal(int argc, char** argv, void (*registra)());
