@@ -204,24 +204,17 @@ class Guardado {
     if (postales_.isEmpty()) return;
     {
       EsperaDelDialogo espera(f_, TextoEspera());
-      const int filas = f_.SGVias->RowCount();
-      for (int i = 1; i < filas; ++i) {
-        if (SinVia(f_.SGVias, i)) continue;
-        Progreso(espera, i, filas);
-        try {
-          const QString provincia = CodigoProvincia(f_.CBProvinciasZelmor);
-          const QString tipo = f_.SGVias->Cells(kColTipo, i);
-          const QString via = f_.SGVias->Cells(kColVia, i);
-          if (BuscaEnPostal2(provincia, via) && dm_->TPostalTIPO_VIA->AsString().isEmpty()) {
-            postal_->Edit();
-            dm_->TPostalTIPO_VIA->SetAsString(UpperCase(tipo));
-            TBPost(postal_);
-            Cuenta();
-          }
-        } catch (const std::exception&) {
-          postal_->Cancel();
+      PorCadaVia(espera, [&](int i) {
+        const QString provincia = CodigoProvincia(f_.CBProvinciasZelmor);
+        const QString tipo = f_.SGVias->Cells(kColTipo, i);
+        const QString via = f_.SGVias->Cells(kColVia, i);
+        if (BuscaEnPostal2(provincia, via) && dm_->TPostalTIPO_VIA->AsString().isEmpty()) {
+          postal_->Edit();
+          dm_->TPostalTIPO_VIA->SetAsString(UpperCase(tipo));
+          TBPost(postal_);
+          Cuenta();
         }
-      }
+      });
     }
     Resumen();
   }
@@ -236,48 +229,41 @@ class Guardado {
       // A province run keeps the window open for its next municipality.
       EsperaDelDialogo espera(f_, TextoEspera(), !f_.bPorProvincias);
       QString codigo = SiguienteCodigo(postal_);
-      const int filas = f_.SGVias->RowCount();
-      for (int i = 1; i < filas; ++i) {
-        if (SinVia(f_.SGVias, i)) continue;
-        Progreso(espera, i, filas);
-        try {
-          const QString provincia = CodigoProvincia(f_.CBProvinciasZelmor);
-          const QString codPostal =
-              delFichero ? f_.SGVias->Cells(kColCodPostal, i) : CodigoPostal(f_.CBMunicipiosZelmor);
-          const QString tipo = f_.SGVias->Cells(kColTipo, i);
-          const QString via = f_.SGVias->Cells(kColVia, i);
-          Tramo tramo;
-          if (delFichero)
-            tramo = {NumeroDeCelda(f_.SGVias->Cells(kColImparIni, i)),
-                     NumeroDeCelda(f_.SGVias->Cells(kColImparIni + 1, i)),
-                     NumeroDeCelda(f_.SGVias->Cells(kColImparIni + 2, i)),
-                     NumeroDeCelda(f_.SGVias->Cells(kColImparIni + 3, i))};
-          if (BuscaEnPostal(provincia, tipo, via, codPostal, tramo)) continue;
-          // No numbers at all (modes 2 and 3, saved answers, a line without
-          // range wording): the whole street.
-          const Tramo escrito = tramo.todoCero() ? Tramo{kImparIni, kImparFin, kParIni, kParFin} : tramo;
-          const QString municipio = f_.CBMunicipiosZelmor->currentText();
-          postal_->Append();
-          dm_->TPostalPROVINCIA->SetAsString(provincia);
-          dm_->TPostalCAPITAL->SetAsString(kCapitalImportado);
-          dm_->TPostalTIPO_VIA->SetAsString(UpperCase(tipo));
-          dm_->TPostalVIA->SetAsString(UpperCase(via));
-          dm_->TPostalIMPAR_INI->SetAsInteger(escrito.imparIni);
-          dm_->TPostalIMPAR_FIN->SetAsInteger(escrito.imparFin);
-          dm_->TPostalPAR_INI->SetAsInteger(escrito.parIni);
-          dm_->TPostalPAR_FIN->SetAsInteger(escrito.parFin);
-          dm_->TPostalCODPOSTAL->SetAsString(codPostal);
-          dm_->TPostalMUNICIPI->SetAsString(municipio);
-          dm_->TPostalCOD_INE->SetAsString(f_.oCodPostales->BuscaCodIne(municipio, provincia));
-          dm_->TPostalNOMBRE_2->SetAsString(LowerCase(via));
-          dm_->TPostalCODIGO1->SetAsString(codigo);
-          TBPost(postal_);
-          codigo = Int_Cad(Cad_Int(codigo) + 1);
-          Cuenta();
-        } catch (const std::exception&) {
-          postal_->Cancel();
-        }
-      }
+      PorCadaVia(espera, [&](int i) {
+        const QString provincia = CodigoProvincia(f_.CBProvinciasZelmor);
+        const QString codPostal =
+            delFichero ? f_.SGVias->Cells(kColCodPostal, i) : CodigoPostal(f_.CBMunicipiosZelmor);
+        const QString tipo = f_.SGVias->Cells(kColTipo, i);
+        const QString via = f_.SGVias->Cells(kColVia, i);
+        Tramo tramo;
+        if (delFichero)
+          tramo = {NumeroDeCelda(f_.SGVias->Cells(kColImparIni, i)),
+                   NumeroDeCelda(f_.SGVias->Cells(kColImparIni + 1, i)),
+                   NumeroDeCelda(f_.SGVias->Cells(kColImparIni + 2, i)),
+                   NumeroDeCelda(f_.SGVias->Cells(kColImparIni + 3, i))};
+        if (BuscaEnPostal(provincia, tipo, via, codPostal, tramo)) return;
+        // No numbers at all (modes 2 and 3, saved answers, a line without
+        // range wording): the whole street.
+        const Tramo escrito = tramo.todoCero() ? Tramo{kImparIni, kImparFin, kParIni, kParFin} : tramo;
+        const QString municipio = f_.CBMunicipiosZelmor->currentText();
+        postal_->Append();
+        dm_->TPostalPROVINCIA->SetAsString(provincia);
+        dm_->TPostalCAPITAL->SetAsString(kCapitalImportado);
+        dm_->TPostalTIPO_VIA->SetAsString(UpperCase(tipo));
+        dm_->TPostalVIA->SetAsString(UpperCase(via));
+        dm_->TPostalIMPAR_INI->SetAsInteger(escrito.imparIni);
+        dm_->TPostalIMPAR_FIN->SetAsInteger(escrito.imparFin);
+        dm_->TPostalPAR_INI->SetAsInteger(escrito.parIni);
+        dm_->TPostalPAR_FIN->SetAsInteger(escrito.parFin);
+        dm_->TPostalCODPOSTAL->SetAsString(codPostal);
+        dm_->TPostalMUNICIPI->SetAsString(municipio);
+        dm_->TPostalCOD_INE->SetAsString(f_.oCodPostales->BuscaCodIne(municipio, provincia));
+        dm_->TPostalNOMBRE_2->SetAsString(LowerCase(via));
+        dm_->TPostalCODIGO1->SetAsString(codigo);
+        TBPost(postal_);
+        codigo = Int_Cad(Cad_Int(codigo) + 1);
+        Cuenta();
+      });
     }
     if (!f_.bPorProvincias) Resumen();
   }
@@ -285,6 +271,21 @@ class Guardado {
  private:
   QString TextoEspera() const {
     return QStringLiteral("Importando las calles de ") + f_.CBMunicipiosZelmor->currentText();
+  }
+
+  // Each grid row that holds a street, the progress told: a row that fails
+  // is cancelled and the loop goes on with the next.
+  void PorCadaVia(EsperaDelDialogo& espera, const std::function<void(int fila)>& guarda) {
+    const int filas = f_.SGVias->RowCount();
+    for (int i = 1; i < filas; ++i) {
+      if (SinVia(f_.SGVias, i)) continue;
+      Progreso(espera, i, filas);
+      try {
+        guarda(i);
+      } catch (const std::exception&) {
+        postal_->Cancel();
+      }
+    }
   }
 
   void Progreso(EsperaDelDialogo& espera, int fila, int filas) {
