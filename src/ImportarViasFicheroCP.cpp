@@ -99,7 +99,8 @@ class TablaTiposVia {
     if (!tabla_) tabla_.reset(CreaTabla(alias_, QStringLiteral("TIPO_VIA.DBF"), QStringLiteral("NOMBRE"), false, true));
     return tabla_.get();
   }
-  QHash<QString, QString> hechos;
+  // Written types already looked up, with their codes: a file repeats them.
+  QHash<QString, QString> yaBuscados;
 
  private:
   QString alias_;
@@ -112,7 +113,7 @@ class TablaTiposVia {
 QString DevuelveTipoVia(TablaTiposVia& tipos, const QString& psTipoVia) {
   const QString escrito = CadenaHastaCaracter(psTipoVia, u'(').trimmed();
   if (escrito.isEmpty()) return {};
-  if (const auto hecho = tipos.hechos.constFind(escrito); hecho != tipos.hechos.cend()) return *hecho;
+  if (const auto buscado = tipos.yaBuscados.constFind(escrito); buscado != tipos.yaBuscados.cend()) return *buscado;
   QString codigo;
   TTable* tabla = tipos.Tabla();
   TField* campoCodigo = tabla->FieldByName(QStringLiteral("CODIGO"));
@@ -127,14 +128,14 @@ QString DevuelveTipoVia(TablaTiposVia& tipos, const QString& psTipoVia) {
       }
   }
   if (codigo.isEmpty()) {
-    static const std::pair<const char*, const char*> kQueFaltan[] = {
+    static const std::pair<const char*, const char*> kAusentesDeLaTabla[] = {
         {"PLACETA", "PZ"}, {"PLAZUELA", "PZ"},     {"CALLEJUELA", "CJ"},  {"PUERTA", "ED"},      {"PALACIO", "ED"},
         {"CERRO", "MT"},   {"CAMINO VIEJO", "CM"}, {"TRANSVERSAL", "TR"}, {"RESIDENCIAL", "UR"},
     };
-    for (const auto& [nombre, tipo] : kQueFaltan)
+    for (const auto& [nombre, tipo] : kAusentesDeLaTabla)
       if (escrito == QLatin1String(nombre)) codigo = QLatin1String(tipo);
   }
-  tipos.hechos.insert(escrito, codigo);
+  tipos.yaBuscados.insert(escrito, codigo);
   return codigo;
 }
 

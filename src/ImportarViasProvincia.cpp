@@ -5,12 +5,12 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QRadioButton>
-#include <QtDebug>
 #include <stdexcept>
 
 #include "ClaseCodPostales.h"
 #include "CodPostalesDM.h"
 #include "ImportarVias.h"
+#include "OvcCallejero.h"
 #include "ImportarViasEspera.h"
 #include "ImportarViasServicio.h"
 #include "TXMLDocument.h"
@@ -243,7 +243,7 @@ void TFImportarVias::GuardaFicherosDeProvincia(const QStringList& plFicheros) {
         }
       } catch (const ErrorDocumentoXML& e) {
         // An answer that cannot be read stores nothing; the run goes on.
-        qWarning().noquote() << e.what();
+        qCWarning(lcOvc).noquote() << e.what();
         ilegibles << QFileInfo(fichero).fileName();
       }
     }

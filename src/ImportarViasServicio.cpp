@@ -7,7 +7,6 @@
 #include <QDomElement>
 #include <QFile>
 #include <QLabel>
-#include <QtDebug>
 #include <functional>
 
 #include "ClaseCodPostales.h"
@@ -73,30 +72,30 @@ QString NombreDeFicheroGuardado(const QString& psNombre) {
 // The steps every request shares. `reintenta` makes the nested call of the
 // next attempt; its result is not taken over, so this run goes on with its
 // own, empty answer -- that is how the import has always retried.
-static bool Consulta(TFImportarVias& f, const ConsultaOvc& consulta, int pnIntento,
+static bool Consulta(TFImportarVias& dialogo, const ConsultaOvc& consulta, int pnIntento,
                      const std::function<bool(int)>& reintenta, const std::function<bool()>& alRecibir) {
   bool resultado = true;
   QByteArray respuesta;
-  f.HTTPWebServices->URL = ovc::Endpoint();
-  f.HTTPWebServices->SoapAction = QString::fromLatin1(ovc::kAccion) + QLatin1String(consulta.accion);
-  f.HTTPWebServices->Proxy = QString();
+  dialogo.HTTPWebServices->URL = ovc::Endpoint();
+  dialogo.HTTPWebServices->SoapAction = QString::fromLatin1(ovc::kAccion) + QLatin1String(consulta.accion);
+  dialogo.HTTPWebServices->Proxy = QString();
   const QByteArray peticion = ovc::Sobre(consulta.parametros).toUtf8();
   try {
-    CambiaMensaje(consulta.textoEspera, f.oFormMensaje);
-    f.HTTPWebServices->Execute(peticion, respuesta);
+    CambiaMensaje(consulta.textoEspera, dialogo.oFormMensaje);
+    dialogo.HTTPWebServices->Execute(peticion, respuesta);
   } catch (const std::exception& e) {
-    qWarning().noquote() << "OVCCallejero" << consulta.accion << "intento" << pnIntento << ":" << e.what();
+    qCWarning(lcOvc).noquote() << consulta.accion << "intento" << pnIntento << ":" << e.what();
     if (pnIntento < 5) {
       reintenta(pnIntento + 1);
     } else {
       resultado = false;
-      CierraMensaje(f.oFormMensaje);
-      f.oFormMensaje = nullptr;
-      Mensaje_Error(&f, consulta.textoError, kTituloError);
+      CierraMensaje(dialogo.oFormMensaje);
+      dialogo.oFormMensaje = nullptr;
+      Mensaje_Error(&dialogo, consulta.textoError, kTituloError);
     }
   }
   if (resultado) {
-    f.XML->LoadFromBytes(respuesta);
+    dialogo.XML->LoadFromBytes(respuesta);
     resultado = alRecibir();
   }
   return resultado;
@@ -219,7 +218,7 @@ bool TFImportarVias::RecorreRespuesta(const QString& psTextoEspera, const std::f
     recorrido();
     return true;
   } catch (const std::exception& e) {
-    qWarning().noquote() << "OVCCallejero: respuesta no cargada:" << e.what();
+    qCWarning(lcOvc).noquote() << "respuesta no cargada:" << e.what();
     CierraFormMensaje();
     return false;
   }

@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <string>
 
+Q_LOGGING_CATEGORY(lcOvc, "codpostales.ovc")
+
 namespace ovc {
 
 QString Endpoint() {

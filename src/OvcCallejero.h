@@ -4,9 +4,15 @@
 #pragma once
 
 #include <QDomElement>
+#include <QLoggingCategory>
 #include <QString>
 #include <QStringList>
 #include <functional>
+
+// What the import leaves unsaid to the user (a retried request, an answer
+// the walk refused) goes to this category, as warnings; QT_LOGGING_RULES=
+// "codpostales.ovc.warning=false" silences it.
+Q_DECLARE_LOGGING_CATEGORY(lcOvc)
 
 namespace ovc {
 
