@@ -5,7 +5,10 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
+#include <fstream>
+#include <map>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -47,6 +50,34 @@ size_t escribirCalles(const fs::path& path, const gen::Datos& d, const std::vect
   return t.cerrar();
 }
 
+// A host's postcode text file for a municipality with several postcodes, as
+// mode 1 of the street import reads it from the alias folder's POSTAL
+// folder: one line per stretch, "postcode: NAME, TYPE (ranges)".
+size_t escribirFicheroPostal(const fs::path& carpeta, const gen::Datos& d, const char* ine, size_t tramos) {
+  const gen::Municipio* m = d.municipio(ine);
+  if (!m) throw std::runtime_error(std::string("municipio ausente en los datos: ") + ine);
+  const std::map<std::string, std::string> nombresDeTipo(d.tiposVia.begin(), d.tiposVia.end());
+  std::ofstream f(carpeta / (m->prov + "-" + m->nombre + ".txt"), std::ios::binary);
+  size_t lineas = 0;
+  for (const gen::Calle& calle : gen::inventarCalles(*m, tramos)) {
+    const auto tipo = nombresDeTipo.find(calle.tipo);
+    for (const gen::Tramo& t : calle.tramos) {
+      std::string rango;
+      if (t.imparIni || t.imparFin)
+        rango = "IMPARES DEL " + std::to_string(t.imparIni) + " AL " + std::to_string(t.imparFin);
+      if (t.parIni || t.parFin)
+        rango += (rango.empty() ? "" : " Y ") + std::string("PARES DEL ") + std::to_string(t.parIni) + " AL " +
+                 std::to_string(t.parFin);
+      f << m->postales[t.postal] << ": " << calle.via << ", "
+        << (tipo != nombresDeTipo.end() ? tipo->second : calle.tipo) << (rango.empty() ? "" : " (" + rango + ")")
+        << "\r\n";
+      ++lineas;
+    }
+  }
+  if (!f) throw std::runtime_error("no se puede escribir el fichero de códigos postales de " + m->nombre);
+  return lineas;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -76,6 +107,10 @@ int main(int argc, char** argv) {
       gen::fecharCabecera(path, 2026, 1, 1);
       std::printf("%-24s %8zu filas\n", fs::relative(path, salida).string().c_str(), filas);
     }
+    // Alcalá de Henares has several postcodes: its streets come by file.
+    fs::create_directories(salida / "POSTAL");
+    std::printf("POSTAL/28-ALCALÁ DE HENARES.txt %zu líneas\n",
+                escribirFicheroPostal(salida / "POSTAL", d, "28005", 150));
     std::printf("MUNICIPI: %zu municipios y %zu entidades menores\n", c.municipios, c.entidades);
   } catch (const std::exception& e) {
     std::fprintf(stderr, "generar_muestra: %s\n", e.what());
