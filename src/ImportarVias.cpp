@@ -141,6 +141,9 @@ void TFImportarVias::CreaControles() {
   SGVias->setEditTriggers(QAbstractItemView::NoEditTriggers);
   SGVias->verticalHeader()->setSectionsMovable(true);  // rows movable
   SGVias->setFocusPolicy(Qt::NoFocus);                // not a tab stop
+  // The width rule fills the client width; a scroll bar that came and went
+  // with the rows would push the last columns out of sight.
+  SGVias->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
   capa->addWidget(SGVias, 1);
 
   GBDatosZelmor = new QGroupBox(

@@ -5,6 +5,8 @@
 TStringGrid::TStringGrid(QWidget* parent) : QTableWidget(parent) {
   verticalHeader()->hide();  // no fixed column
   horizontalHeader()->setHighlightSections(false);
+  // Titles read from the left and are clipped on the right, as in the cells.
+  horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
   verticalHeader()->setDefaultSectionSize(fontMetrics().height() + 6);
 }
 

@@ -13,6 +13,7 @@
 #include <QTimer>
 
 #include "FormularioZelmor.h"
+#include "ImportarVias.h"
 #include "ListadoMunicipios.h"
 #include "services/Rmensaje.h"
 
@@ -98,6 +99,20 @@ int EjecutaGuion(TFZelmor& f, const QString& carpeta) {
     }
   });
   f.advGBMunicipios->click();
+
+  // The street import as the host's button opens it: mode 1 reads the sample
+  // postcode file of Alcalá de Henares and chooses the host's municipality;
+  // pictured and closed without saving, so the sample data stays as it is.
+  QTimer::singleShot(200, [&] {
+    if (auto* importar = qobject_cast<TFImportarVias*>(QApplication::activeModalWidget())) {
+      importar->CBProvincias->setCurrentIndex(importar->CBProvincias->findText(QStringLiteral("28-ALCALÁ DE HENARES")));
+      importar->advGBBuscarViasPorMunicipio->click();
+      espera(100);
+      guarda(importar, carpeta + QStringLiteral("/importar-vias.png"));
+      importar->advGBCancelar->click();
+    }
+  });
+  f.advGBImportarVias->click();
 
   const bool completa = f.advELocalidad->text() == QStringLiteral("GETAFE") &&
                         f.advEDomicilio->text() == QStringLiteral("ARRABAL (EL)") &&

@@ -27,7 +27,7 @@ espera "Domicilio: ARRABAL (EL)"
 espera "Número: 12"
 espera "Código postal: 28905"
 espera "Código INE: 28065"
-for f in zelmor-demo.png zelmor-demo-localidad.png listado-municipios.png; do
+for f in zelmor-demo.png zelmor-demo-localidad.png listado-municipios.png importar-vias.png; do
   if [ -s "$work/$f" ]; then echo "ok - captura $f"; else echo "FAIL - sin captura $f"; fallos=$((fallos + 1)); fi
 done
 if [ "$estado" -ne 0 ]; then echo "FAIL - salida $estado"; fallos=$((fallos + 1)); fi
