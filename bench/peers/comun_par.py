@@ -81,3 +81,33 @@ def emite(par, op, fichero, **datos):
 
 def no_puede(par, op, motivo):
     print(json.dumps({'par': par, 'op': op, 'no_puede': motivo}, ensure_ascii=False), flush=True)
+
+
+def selecciona(filas, campo, valor, leido, clave):
+    """The rows whose `campo` is `valor` (blanks trimmed), as (key, read
+    value) pairs, sorted by key when there is one; touches every read value,
+    as a program using them would. Returns how many."""
+    sel = [(clave(r) if clave else (), r[leido]) for r in filas if r[campo].strip() == valor]
+    if clave:
+        sel.sort()
+    total = 0
+    for _, v in sel:
+        total += len(v)
+    return len(sel)
+
+
+def lee_o_filtra(par, op, a, rep, leer, abre, filtrar):
+    """The two operations every Python peer has, 'leer' and 'filtrar', timed
+    and reported. False when `op` is another one."""
+    if op == 'leer':
+        tiempos, n = cronometra(rep, lambda: leer(a[0]))
+        emite(par, op, a[0], filas=n, s=tiempos)
+        return True
+    if op == 'filtrar':
+        path, campo, valor, leido = a[:4]
+        orden = a[4].split('+') if len(a) > 4 and a[4] else None
+        t = abre(path)
+        tiempos, n = cronometra(rep, lambda: filtrar(t, campo, valor, leido, orden))
+        emite(par, op, path, filas=n, s=tiempos, orden=a[4] if orden else '')
+        return True
+    return False

@@ -39,15 +39,7 @@ def leer(path):
 def filtrar(t, campo, valor, leido, orden):
     # Values are taken out of each row as it passes: holding the row objects
     # makes the library's record cache scan itself on every access.
-    campo, leido = campo.lower(), leido.lower()
-    k = clave(orden) if orden else (lambda r: ())
-    sel = [(k(r), r[leido]) for r in t if r[campo].strip() == valor]
-    if orden:
-        sel.sort()
-    total = 0
-    for _, v in sel:
-        total += len(v)
-    return len(sel)
+    return c.selecciona(t, campo.lower(), valor, leido.lower(), clave(orden) if orden else None)
 
 
 def construye_tags(t, definicion):
@@ -56,16 +48,9 @@ def construye_tags(t, definicion):
 
 def main():
     op, a, rep = c.argumentos()
-    if op == 'leer':
-        tiempos, n = c.cronometra(rep, lambda: leer(a[0]))
-        c.emite(PAR, op, a[0], filas=n, s=tiempos)
-    elif op == 'filtrar':
-        path, campo, valor, leido = a[:4]
-        orden = a[4].split('+') if len(a) > 4 and a[4] else None
-        t = abre(path)
-        tiempos, n = c.cronometra(rep, lambda: filtrar(t, campo, valor, leido, orden))
-        c.emite(PAR, op, path, filas=n, s=tiempos, orden=a[4] if orden else '')
-    elif op == 'tags':
+    if c.lee_o_filtra(PAR, op, a, rep, leer, abre, filtrar):
+        return
+    if op == 'tags':
         path, definicion = a[0], c.tags(a[1])
 
         def abrir_con_tags():

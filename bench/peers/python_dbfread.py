@@ -26,28 +26,14 @@ def leer(path):
 
 
 def filtrar(t, campo, valor, leido, orden):
-    k = (lambda r: tuple(r[f] for f in orden)) if orden else (lambda r: ())
-    sel = [(k(r), r[leido]) for r in t if r[campo].strip() == valor]
-    if orden:
-        sel.sort()
-    total = 0
-    for _, v in sel:
-        total += len(v)
-    return len(sel)
+    return c.selecciona(t, campo, valor, leido, (lambda r: tuple(r[f] for f in orden)) if orden else None)
 
 
 def main():
     op, a, rep = c.argumentos()
-    if op == 'leer':
-        tiempos, n = c.cronometra(rep, lambda: leer(a[0]))
-        c.emite(PAR, op, a[0], filas=n, s=tiempos)
-    elif op == 'filtrar':
-        path, campo, valor, leido = a[:4]
-        orden = a[4].split('+') if len(a) > 4 and a[4] else None
-        t = abre(path)
-        tiempos, n = c.cronometra(rep, lambda: filtrar(t, campo, valor, leido, orden))
-        c.emite(PAR, op, path, filas=n, s=tiempos, orden=a[4] if orden else '')
-    elif op in ('tags', 'buscar'):
+    if c.lee_o_filtra(PAR, op, a, rep, leer, abre, filtrar):
+        return
+    if op in ('tags', 'buscar'):
         c.no_puede(PAR, op, 'sin índices: dbfread no construye tags ni busca por clave')
     elif op == 'anadir':
         c.no_puede(PAR, op, 'sólo lectura: dbfread no escribe tablas')
