@@ -16,6 +16,7 @@
 #include "dbase/core/dbf_file.h"
 #include "dbase/core/field_value.h"
 #include "dbase/core/index_tag.h"
+#include "dbase/core/tag_set.h"
 
 using dbase::Cursor;
 using dbase::DbfFile;
@@ -81,7 +82,7 @@ void abrirConTags(benchmark::State& state, std::string path, const std::vector<T
   uint32_t filas = 0;
   for (auto _ : state) {
     auto f = DbfFile::open(path);
-    for (const auto& t : *tags) benchmark::DoNotOptimize(f->tag(indices(*f, t.campos)).size());
+    for (const auto& t : *tags) benchmark::DoNotOptimize(dbase::TagSet::of(*f).tag(indices(*f, t.campos)).size());
     filas = f->recordCount();
     visto = f;
     f.reset();
@@ -97,12 +98,12 @@ void reabrirConTags(benchmark::State& state, std::string path, const std::vector
   DbfFile::setCacheLimit(512ull << 20);
   {
     auto f = DbfFile::open(path);
-    for (const auto& t : *tags) f->tag(indices(*f, t.campos)).size();
+    for (const auto& t : *tags) dbase::TagSet::of(*f).tag(indices(*f, t.campos)).size();
   }
   for (auto _ : state) {
     auto f = DbfFile::open(path);
     for (const auto& t : *tags) {
-      dbase::IndexTag& tag = f->tag(indices(*f, t.campos));
+      dbase::IndexTag& tag = dbase::TagSet::of(*f).tag(indices(*f, t.campos));
       if (!tag.built()) state.SkipWithError("la caché no guardó los tags");
       benchmark::DoNotOptimize(tag.size());
     }
@@ -113,7 +114,7 @@ void reabrirConTags(benchmark::State& state, std::string path, const std::vector
 // Building one tag of an open table, again and again.
 void construirTag(benchmark::State& state, std::string path, std::vector<const char*> campos) {
   auto f = DbfFile::open(path);
-  auto& tag = f->tag(indices(*f, campos));
+  auto& tag = dbase::TagSet::of(*f).tag(indices(*f, campos));
   for (auto _ : state) {
     tag.invalidate();
     benchmark::DoNotOptimize(tag.size());
@@ -207,7 +208,7 @@ void anadir(benchmark::State& state, std::string path, size_t lote) {
   for (auto _ : state) {
     const std::string copia = bench::copiaEnTemporal(path, "POSTAL97.DBF");
     auto f = DbfFile::open(copia);
-    for (const auto& t : kTagsCalles) f->tag(indices(*f, t.campos)).size();
+    for (const auto& t : kTagsCalles) dbase::TagSet::of(*f).tag(indices(*f, t.campos)).size();
     std::string filas;
     for (uint32_t r : bench::filasParaAnadir(f->recordCount(), kFilas)) filas.append(f->record(r), f->recordLength());
     const size_t largo = f->recordLength();
@@ -217,13 +218,13 @@ void anadir(benchmark::State& state, std::string path, size_t lote) {
     // Every tag up to date before the clock stops: tags nobody asks take
     // appended rows when next asked.
     const auto tAnadido = bench::Reloj::now();
-    for (const auto& t : kTagsCalles) benchmark::DoNotOptimize(f->tag(indices(*f, t.campos)).size());
+    for (const auto& t : kTagsCalles) benchmark::DoNotOptimize(dbase::TagSet::of(*f).tag(indices(*f, t.campos)).size());
     const auto t1 = bench::Reloj::now();
     state.counters["al_dia_ms"] = bench::ns(tAnadido, t1) / 1e6;
     state.SetIterationTime(bench::ns(t0, t1) / 1e9);
     if (f->recordCount() != kFilas + DbfFile::open(path)->recordCount()) state.SkipWithError("faltan filas");
     for (const auto& t : kTagsCalles)
-      if (f->tag(indices(*f, t.campos)).size() != f->recordCount()) state.SkipWithError("un tag no tiene todas las filas");
+      if (dbase::TagSet::of(*f).tag(indices(*f, t.campos)).size() != f->recordCount()) state.SkipWithError("un tag no tiene todas las filas");
   }
   state.counters["filas_por_s"] = benchmark::Counter(double(kFilas), benchmark::Counter::kIsIterationInvariantRate);
 }

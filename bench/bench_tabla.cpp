@@ -21,6 +21,7 @@
 #include "dbase/core/dbf_file.h"
 #include "dbase/core/field_value.h"
 #include "dbase/core/index_tag.h"
+#include "dbase/core/tag_set.h"
 
 namespace fs = std::filesystem;
 using dbase::DbfFile;
@@ -61,7 +62,7 @@ void todosAlDia(const std::string& path) {
   for (const auto& indice : IndicesDeReferencia(q(fs::path(path).filename().string()))) {
     std::vector<int> campos;
     for (const QString& c : indice.campos) campos.push_back(f->fieldIndex(c.toStdString()));
-    benchmark::DoNotOptimize(f->tag(campos).size());
+    benchmark::DoNotOptimize(dbase::TagSet::of(*f).tag(campos).size());
   }
 }
 
@@ -71,7 +72,7 @@ bool todosConstruidos(const std::string& path) {
   for (const auto& indice : IndicesDeReferencia(q(fs::path(path).filename().string()))) {
     std::vector<int> campos;
     for (const QString& c : indice.campos) campos.push_back(f->fieldIndex(c.toStdString()));
-    if (!f->tag(campos).built()) return false;
+    if (!dbase::TagSet::of(*f).tag(campos).built()) return false;
   }
   return true;
 }

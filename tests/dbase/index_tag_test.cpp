@@ -9,6 +9,7 @@
 #include "dbase/core/field_value.h"
 #include "dbase/core/index_tag.h"
 #include "dbase/core/sort_key.h"
+#include "dbase/core/tag_set.h"
 #include "support/tables.h"
 #include "support/temp_dir.h"
 
@@ -108,7 +109,7 @@ TEST_F(IndexTagTest, BuiltOrderIsTheOrderOfTheKeysWithEveryFieldType) {
     std::vector<int> f;
     for (auto n : names) f.push_back(file->fieldIndex(n));
     SCOPED_TRACE(names.front());
-    expectConsistent(*file, file->tag(f), f);
+    expectConsistent(*file, TagSet::of(*file).tag(f), f);
   }
 }
 
@@ -125,8 +126,8 @@ TEST_F(IndexTagTest, ManyDistinctValuesAndWideCompoundKeysKeepTheOrder) {
     rows += r;
   }
   file->appendMany(rows);
-  expectConsistent(*file, file->tag(fields({"NUM"})), fields({"NUM"}));
-  expectConsistent(*file, file->tag(fields({"VIA", "PROVINCIA", "SUPERF"})), fields({"VIA", "PROVINCIA", "SUPERF"}));
+  expectConsistent(*file, TagSet::of(*file).tag(fields({"NUM"})), fields({"NUM"}));
+  expectConsistent(*file, TagSet::of(*file).tag(fields({"VIA", "PROVINCIA", "SUPERF"})), fields({"VIA", "PROVINCIA", "SUPERF"}));
 }
 
 TEST_F(IndexTagTest, AppendsEditsAndDeletionsKeepTheOrder) {
@@ -135,8 +136,8 @@ TEST_F(IndexTagTest, AppendsEditsAndDeletionsKeepTheOrder) {
   file->appendMany(rows);
   const auto compound = fields({"PROVINCIA", "CAPITAL", "VIA", "NUM"});
   const auto name = fields({"VIA"});
-  IndexTag& byCompound = file->tag(compound);
-  IndexTag& byName = file->tag(name);
+  IndexTag& byCompound = TagSet::of(*file).tag(compound);
+  IndexTag& byName = TagSet::of(*file).tag(name);
   ASSERT_GT(byCompound.size(), 0u);
   ASSERT_GT(byName.size(), 0u);
   for (int i = 0; i < 3000; ++i) {
@@ -167,7 +168,7 @@ TEST_F(IndexTagTest, RowsWithTheSameKeyAsOthersJoinTheEndOfTheirRun) {
   }
   file->appendMany(rows);
   const auto name = fields({"VIA"});
-  IndexTag& tag = file->tag(name);
+  IndexTag& tag = TagSet::of(*file).tag(name);
   for (int i = 0; i < 600; ++i) {  // enough to split the chunks the run lies in
     std::string r = file->blankRecord();
     setFieldText(file->field("VIA"), r.data(), "MAYOR", file->codePage(), "T");
@@ -179,7 +180,7 @@ TEST_F(IndexTagTest, RowsWithTheSameKeyAsOthersJoinTheEndOfTheirRun) {
 
 TEST_F(IndexTagTest, TagOfATableWithoutRowsTakesItsFirstRows) {
   const auto name = fields({"VIA"});
-  IndexTag& tag = file->tag(name);
+  IndexTag& tag = TagSet::of(*file).tag(name);
   EXPECT_EQ(tag.size(), 0u);
   for (int i = 0; i < 300; ++i) file->append(randomRow(1));
   expectConsistent(*file, tag, name);
@@ -191,8 +192,8 @@ TEST_F(IndexTagTest, ATagNobodyAsksTakesTheRowsAppendedMeanwhileWhenNextAsked) {
   file->appendMany(rows);
   const auto name = fields({"VIA"});
   const auto number = fields({"NUM", "VIA"});
-  IndexTag& byName = file->tag(name);
-  IndexTag& byNumber = file->tag(number);
+  IndexTag& byName = TagSet::of(*file).tag(name);
+  IndexTag& byNumber = TagSet::of(*file).tag(number);
   ASSERT_GT(byName.size() + byNumber.size(), 0u);
   // A few hundred rows: the last ones wait, and are placed one by one.
   for (int i = 0; i < 400; ++i) file->append(randomRow(1));

@@ -10,6 +10,7 @@
 #include "dbase/core/error.h"
 #include "dbase/core/index_tag.h"
 #include "dbase/core/sort_key.h"
+#include "dbase/core/tag_set.h"
 
 namespace dbase {
 
@@ -125,7 +126,7 @@ Cursor::Cursor(std::shared_ptr<DbfFile> file) : file_(std::move(file)) { first()
 Cursor::~Cursor() = default;
 
 void Cursor::setOrder(const std::vector<int>& fields) {
-  IndexTag* tag = fields.empty() ? nullptr : &file_->tag(fields);
+  IndexTag* tag = fields.empty() ? nullptr : &TagSet::of(*file_).tag(fields);
   order_ = fields;
   tag_ = tag;
   // The same rows in another order: the current row stays, and the view is

@@ -14,6 +14,7 @@
 #include <cstring>
 #include <ctime>
 #include <list>
+#include <map>
 #include <mutex>
 #include <new>
 #include <system_error>
@@ -22,9 +23,7 @@
 #include "dbase/core/codepage.h"
 #include "dbase/core/collation.h"
 #include "dbase/core/error.h"
-#include "dbase/core/index_tag.h"
 #include "dbase/core/path.h"
-#include "dbase/core/sort_key.h"
 
 namespace dbase {
 
@@ -664,13 +663,7 @@ uint32_t DbfFile::appendMany(std::string_view records) {
   writeHeaderCountAndDate();
   disk_.size = headerLength_ + uint64_t(count_) * recordLength_ + 1;
   ++generation_;
-  if (!tags_.empty()) {
-    static thread_local RowKeys keys;  // its buffers outlive the call
-    for (uint32_t r = first; r <= count_; ++r) {
-      keys.reset(*this, record(r));
-      for (auto& [fields, tag] : tags_) tag->insert(r, &keys);
-    }
-  }
+  for (auto& l : listeners_) l->rowsAppended(first, count_);
   return first;
 }
 
@@ -688,7 +681,7 @@ void DbfFile::update(uint32_t recno, std::string_view record) {
   writeHeaderCountAndDate();
   ++generation_;
   ++rewriteGeneration_;
-  for (auto& [fields, tag] : tags_) tag->update(recno, old.data());
+  for (auto& l : listeners_) l->rowChanged(recno, old.data());
 }
 
 void DbfFile::syncWithDisk() {
@@ -716,22 +709,12 @@ void DbfFile::syncWithDisk() {
   load();
   ++generation_;
   ++rewriteGeneration_;
-  for (auto& [fields, tag] : tags_) tag->invalidate();
-}
-
-IndexTag& DbfFile::tag(const std::vector<int>& fieldIndexes) {
-  auto it = tags_.find(fieldIndexes);
-  if (it != tags_.end()) return *it->second;
-  for (int i : fieldIndexes)
-    if (i < 0 || size_t(i) >= fields_.size()) throw Error(ErrorKind::InvalidArgument, name_, "campo de índice inválido");
-  auto& slot = tags_[fieldIndexes];
-  slot = std::make_unique<IndexTag>(*this, fieldIndexes);
-  return *slot;
+  for (auto& l : listeners_) l->rowsReloaded();
 }
 
 size_t DbfFile::memoryBytes() const {
   size_t bytes = sizeof *this + rows_.capacity() + header_.capacity();
-  for (const auto& [fields, tag] : tags_) bytes += tag->memoryBytes();
+  for (const auto& l : listeners_) bytes += l->memoryBytes();
   return bytes;
 }
 

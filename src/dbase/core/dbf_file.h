@@ -25,13 +25,13 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "dbase/core/dbf_format.h"
+#include "dbase/core/row_listener.h"
 
 struct stat;
 
@@ -39,7 +39,6 @@ namespace dbase {
 
 class CodePage;
 class Collation;
-class IndexTag;
 
 struct FieldSpec {
   std::string name;
@@ -97,11 +96,20 @@ class DbfFile {
   uint64_t rewriteGeneration() const { return rewriteGeneration_; }
   void syncWithDisk();
 
-  // The tag ordering rows by these fields, built on first use and kept right
-  // on every append and update.
-  IndexTag& tag(const std::vector<int>& fieldIndexes);
+  // What is kept over the rows (the index tags), told of every change and
+  // kept with the file, in the cache too. One of each type: listener<T>()
+  // returns the file's T, made as T(*this) the first time it is asked for.
+  template <class T>
+  T& listener() {
+    for (auto& l : listeners_)
+      if (auto* found = dynamic_cast<T*>(l.get())) return *found;
+    auto made = std::make_unique<T>(*this);
+    T& ours = *made;
+    listeners_.push_back(std::move(made));
+    return ours;
+  }
 
-  // Bytes of memory held: rows and tags.
+  // Bytes of memory held: rows and what the listeners keep.
   size_t memoryBytes() const;
 
   // The cache of closed files. setCacheLimit overrides CODPOSTALES_CACHE_MB
@@ -185,7 +193,7 @@ class DbfFile {
   bool ownWritesSinceStat_ = false;
   std::string cacheKey_;    // canonical path
   uint64_t cachedBytes_ = 0;  // while in the cache
-  std::map<std::vector<int>, std::unique_ptr<IndexTag>> tags_;
+  std::vector<std::unique_ptr<RowListener>> listeners_;
 };
 
 }  // namespace dbase

@@ -1,0 +1,25 @@
+// What a table file tells the structures kept over its rows (index tags, in
+// memory or in an index file): the one way the file reaches them, so that it
+// knows nothing of how any of them works and a new kind needs no change here.
+// Every call comes after the file's rows and count already say what changed.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace dbase {
+
+class RowListener {
+ public:
+  virtual ~RowListener() = default;
+  // Rows first..last (1-based, inclusive) were appended.
+  virtual void rowsAppended(uint32_t first, uint32_t last) = 0;
+  // Row recno was rewritten in place; oldRecord is what it held before.
+  virtual void rowChanged(uint32_t recno, const char* oldRecord) = 0;
+  // Every row was read anew from disk: another program changed the file.
+  virtual void rowsReloaded() = 0;
+  // Bytes of memory held, about (the file's cache budget counts them).
+  virtual size_t memoryBytes() const = 0;
+};
+
+}  // namespace dbase
