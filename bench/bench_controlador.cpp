@@ -14,11 +14,11 @@
 #include <filesystem>
 #include <random>
 
-#include "ClaseCodPostales.h"
-#include "CodPostalesDM.h"
 #include "comun.h"
-#include "dbase/TTable.h"
 #include "dbase/core/dbf_file.h"
+#include "dbase/TTable.h"
+#include "lookup/ClaseCodPostales.h"
+#include "lookup/CodPostalesDM.h"
 #include "services/Rmensaje.h"
 #include "services/Ruttb.h"
 

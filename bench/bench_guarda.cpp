@@ -12,13 +12,13 @@
 #include <filesystem>
 #include <set>
 
-#include "ClaseCodPostales.h"
-#include "CodPostalesDM.h"
-#include "ImportarVias.h"
-#include "TStringGrid.h"
 #include "comun.h"
-#include "dbase/TTable.h"
 #include "dbase/core/dbf_file.h"
+#include "dbase/TTable.h"
+#include "import/ImportarVias.h"
+#include "lookup/ClaseCodPostales.h"
+#include "lookup/CodPostalesDM.h"
+#include "platform/TStringGrid.h"
 #include "services/Rmensaje.h"
 
 namespace fs = std::filesystem;

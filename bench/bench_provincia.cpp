@@ -29,14 +29,14 @@
 #include <set>
 #include <tuple>
 
-#include "ClaseCodPostales.h"
-#include "CodPostalesDM.h"
-#include "ImportarVias.h"
 #include "comun.h"
-#include "dbase/TTable.h"
 #include "dbase/core/codepage.h"
 #include "dbase/core/dbf_file.h"
 #include "dbase/core/field_value.h"
+#include "dbase/TTable.h"
+#include "import/ImportarVias.h"
+#include "lookup/ClaseCodPostales.h"
+#include "lookup/CodPostalesDM.h"
 #include "services/Rmensaje.h"
 #include "services/Rnumcad.h"
 

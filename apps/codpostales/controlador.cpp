@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <climits>
 
-#include "ClaseCodPostales.h"
 #include "cli.h"
+#include "lookup/ClaseCodPostales.h"
 
 namespace cli {
 

@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "ClaseCodPostales.h"
-#include "CodPostalesDM.h"
 #include "cli.h"
 #include "controlador.h"
+#include "lookup/ClaseCodPostales.h"
+#include "lookup/CodPostalesDM.h"
 #include "services/Rnumcad.h"
 
 namespace cli {

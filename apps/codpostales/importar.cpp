@@ -6,12 +6,12 @@
 #include <QRadioButton>
 #include <memory>
 
-#include "ClaseCodPostales.h"
-#include "ImportarVias.h"
-#include "TStringGrid.h"
-#include "TXMLDocument.h"
 #include "cli.h"
 #include "controlador.h"
+#include "import/ImportarVias.h"
+#include "lookup/ClaseCodPostales.h"
+#include "platform/TStringGrid.h"
+#include "platform/TXMLDocument.h"
 
 namespace cli {
 

@@ -7,10 +7,10 @@
 #include <QRadioButton>
 #include <cstdio>
 
-#include "ClaseCodPostales.h"
-#include "ImportarVias.h"
 #include "cli.h"
 #include "controlador.h"
+#include "import/ImportarVias.h"
+#include "lookup/ClaseCodPostales.h"
 
 namespace cli {
 

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "ClaseCodPostales.h"
 #include "cli.h"
 #include "controlador.h"
+#include "lookup/ClaseCodPostales.h"
 #include "services/Rnumcad.h"
 
 namespace cli {

@@ -6,11 +6,11 @@
 #include <QFile>
 #include <memory>
 
-#include "ImportarVias.h"
-#include "ImportarViasServicio.h"
-#include "TStringGrid.h"
 #include "cli.h"
 #include "controlador.h"
+#include "import/ImportarVias.h"
+#include "import/ImportarViasServicio.h"
+#include "platform/TStringGrid.h"
 
 namespace cli {
 

@@ -12,10 +12,11 @@
 #include <QTableView>
 #include <QVBoxLayout>
 
-#include "ClaseCodPostales.h"
-#include "EventosControles.h"
-#include "ImportarVias.h"
-#include "TLMDMessageHint.h"
+#include "import/ImportarVias.h"
+#include "lookup/ClaseCodPostales.h"
+#include "municipalities/IMunicipios.h"
+#include "platform/EventosControles.h"
+#include "platform/TLMDMessageHint.h"
 #include "services/Rmensaje.h"
 
 namespace {

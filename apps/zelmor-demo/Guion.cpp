@@ -13,8 +13,8 @@
 #include <QTimer>
 
 #include "FormularioZelmor.h"
-#include "ImportarVias.h"
-#include "ListadoMunicipios.h"
+#include "import/ImportarVias.h"
+#include "municipalities/ListadoMunicipios.h"
 #include "services/Rmensaje.h"
 
 namespace {

@@ -1,6 +1,6 @@
 // TFImportarVias: the form itself -- its controls, the three modes, the grid's
 // columns, focus colouring and the form's keys.
-#include "ImportarVias.h"
+#include "import/ImportarVias.h"
 
 #include <QAction>
 #include <QComboBox>
@@ -20,19 +20,32 @@
 #include <QRadioButton>
 #include <QStatusBar>
 #include <QVBoxLayout>
+#include <memory>
 
-#include "ClaseCodPostales.h"
-#include "DialogoPaquete.h"
-#include "EventosControles.h"
-#include "THTTPReqResp.h"
-#include "TStringGrid.h"
-#include "TXMLDocument.h"
 #include "dbase/core/path.h"
+#include "lookup/ClaseCodPostales.h"
+#include "municipalities/ListadoMunicipios.h"
+#include "platform/DialogoPaquete.h"
+#include "platform/EventosControles.h"
+#include "platform/THTTPReqResp.h"
+#include "platform/TStringGrid.h"
+#include "platform/TXMLDocument.h"
 #include "services/Rficheros.h"
 #include "services/Rmensaje.h"
 #include "services/Ruttb.h"
 
 namespace {
+
+// The municipality list's "Importar vías de la web": this form on a bare
+// controller of its own, in street mode so that the street table is open for
+// the import to append to.
+void AbreDesdeListadoMunicipios(QWidget* AOwner, const QString& psAlias) {
+  const std::unique_ptr<TClaseCodPostales> controlador(new TClaseCodPostales(AOwner, psAlias, true, QString()));
+  TFImportarVias importar(AOwner, controlador.get());
+  importar.exec();
+}
+[[maybe_unused]] const bool kAbreDesdeListadoRegistrada =
+    (TFListadoMunicipios::RegistraImportacionVias(AbreDesdeListadoMunicipios), true);
 
 constexpr int kAnchoTipo = 60;
 constexpr int kAnchoCodigoPostal = 70;

@@ -3,7 +3,7 @@
 
 #include <QString>
 
-#include "ImportarVias.h"
+#include "import/ImportarVias.h"
 #include "services/Rmensaje.h"
 
 // Opens the dialog's wait window with a text when none is open, and closes it

@@ -14,12 +14,12 @@
 #include <QStringDecoder>
 #include <memory>
 
-#include "ImportarVias.h"
-#include "ImportarViasServicio.h"
-#include "TStringGrid.h"
-#include "dbase/TTable.h"
 #include "dbase/core/codepage.h"
 #include "dbase/core/path.h"
+#include "dbase/TTable.h"
+#include "import/ImportarVias.h"
+#include "import/ImportarViasServicio.h"
+#include "platform/TStringGrid.h"
 #include "services/Rficheros.h"
 #include "services/Rmensaje.h"
 #include "services/Rnumcad.h"

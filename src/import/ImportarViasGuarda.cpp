@@ -13,12 +13,12 @@
 #include <memory>
 #include <stdexcept>
 
-#include "ClaseCodPostales.h"
-#include "CodPostalesDM.h"
-#include "ImportarVias.h"
-#include "ImportarViasEspera.h"
-#include "TStringGrid.h"
 #include "dbase/TTable.h"
+#include "import/ImportarVias.h"
+#include "import/ImportarViasEspera.h"
+#include "lookup/ClaseCodPostales.h"
+#include "lookup/CodPostalesDM.h"
+#include "platform/TStringGrid.h"
 #include "services/Rmensaje.h"
 #include "services/Rnumcad.h"
 #include "services/Ruttb.h"

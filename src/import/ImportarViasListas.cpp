@@ -14,12 +14,12 @@
 #include <QThread>
 #include <memory>
 
-#include "ClaseCodPostales.h"
-#include "ImportarVias.h"
-#include "ImportarViasEspera.h"
-#include "ImportarViasServicio.h"
-#include "TStringGrid.h"
 #include "dbase/TTable.h"
+#include "import/ImportarVias.h"
+#include "import/ImportarViasEspera.h"
+#include "import/ImportarViasServicio.h"
+#include "lookup/ClaseCodPostales.h"
+#include "platform/TStringGrid.h"
 #include "services/Rficheros.h"
 #include "services/Rmensaje.h"
 #include "services/Rnumcad.h"

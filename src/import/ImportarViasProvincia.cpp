@@ -7,14 +7,15 @@
 #include <QRadioButton>
 #include <stdexcept>
 
-#include "ClaseCodPostales.h"
-#include "CodPostalesDM.h"
-#include "ImportarVias.h"
-#include "OvcCallejero.h"
-#include "ImportarViasEspera.h"
-#include "ImportarViasServicio.h"
-#include "TXMLDocument.h"
 #include "dbase/core/path.h"
+#include "import/ImportarVias.h"
+#include "import/ImportarViasEspera.h"
+#include "import/ImportarViasServicio.h"
+#include "import/OvcCallejero.h"
+#include "lookup/ClaseCodPostales.h"
+#include "lookup/CodPostalesDM.h"
+#include "municipalities/IMunicipios.h"
+#include "platform/TXMLDocument.h"
 #include "services/Rficheros.h"
 #include "services/Rmensaje.h"
 

@@ -9,14 +9,14 @@
 #include <QLabel>
 #include <functional>
 
-#include "ClaseCodPostales.h"
-#include "ImportarVias.h"
-#include "ImportarViasServicio.h"
-#include "OvcCallejero.h"
-#include "THTTPReqResp.h"
-#include "TStringGrid.h"
-#include "TXMLDocument.h"
 #include "dbase/core/path.h"
+#include "import/ImportarVias.h"
+#include "import/ImportarViasServicio.h"
+#include "import/OvcCallejero.h"
+#include "lookup/ClaseCodPostales.h"
+#include "platform/THTTPReqResp.h"
+#include "platform/TStringGrid.h"
+#include "platform/TXMLDocument.h"
 #include "services/Rficheros.h"
 #include "services/Rmensaje.h"
 

@@ -1,4 +1,4 @@
-#include "OvcCallejero.h"
+#include "import/OvcCallejero.h"
 
 #include <QDomDocument>
 #include <stdexcept>

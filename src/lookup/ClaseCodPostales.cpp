@@ -1,6 +1,6 @@
 // Construction, binding to the host's controls, the shared focus handlers,
 // the two timers and destruction.
-#include "ClaseCodPostales.h"
+#include "lookup/ClaseCodPostales.h"
 
 #include <QComboBox>
 #include <QCoreApplication>
@@ -11,10 +11,10 @@
 #include <QThread>
 #include <QTimer>
 
-#include "CodPostalesDM.h"
-#include "EventosControles.h"
-#include "RejillaDatos.h"
-#include "TLMDMessageHint.h"
+#include "lookup/CodPostalesDM.h"
+#include "platform/EventosControles.h"
+#include "platform/RejillaDatos.h"
+#include "platform/TLMDMessageHint.h"
 #include "services/Rvarias.h"
 
 namespace {

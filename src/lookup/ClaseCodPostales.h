@@ -23,7 +23,7 @@
 #include <memory>
 #include <stdexcept>
 
-#include "SugerenciasLocalidad.h"
+#include "lookup/SugerenciasLocalidad.h"
 
 class QComboBox;
 class QLineEdit;
@@ -230,12 +230,3 @@ class EListError : public std::out_of_range {
   explicit EListError(int indice);
   int Indice;
 };
-
-// Shows the municipality list (TFListadoMunicipios) modally on the alias,
-// within the province named by psProvincia and positioned on psMunicipio.
-// On Seleccionar: fills psCod_Ine, psCodPostal, psMunicipio (the name
-// chosen), psCodProvincia and psCodMunicipio, and returns true. On Cancelar
-// or Escape: returns false and changes nothing. psReservado is not used.
-bool IMunicipios(QObject* AOwner, const QString& psAlias, bool pbModuloCodigosPostales, QString& psCod_Ine,
-                 QString& psCodPostal, QString& psMunicipio, QString& psProvincia, QString& psCodProvincia,
-                 QString& psCodMunicipio, const QString& psReservado, const QString& psCaption);

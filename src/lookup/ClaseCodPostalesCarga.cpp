@@ -6,9 +6,9 @@
 #include <QLineEdit>
 #include <stdexcept>
 
-#include "ClaseCodPostales.h"
-#include "CodPostalesDM.h"
-#include "ControlesHost.h"
+#include "lookup/ClaseCodPostales.h"
+#include "lookup/CodPostalesDM.h"
+#include "platform/ControlesHost.h"
 
 void TClaseCodPostales::CargaEnComponentes(const QString& psCodProvincia, const QString& psProvincia,
                                            const QString& psLocalidad, const QString& psCod_INE,

@@ -7,11 +7,11 @@
 #include <QTableView>
 #include <QTimer>
 
-#include "ClaseCodPostales.h"
-#include "CodPostalesDM.h"
-#include "ControlesHost.h"
-#include "RejillaDatos.h"
-#include "TeclasWindows.h"
+#include "lookup/ClaseCodPostales.h"
+#include "lookup/CodPostalesDM.h"
+#include "platform/ControlesHost.h"
+#include "platform/RejillaDatos.h"
+#include "platform/TeclasWindows.h"
 #include "services/Rmensaje.h"
 #include "services/Rnumcad.h"
 #include "services/Ruttb.h"

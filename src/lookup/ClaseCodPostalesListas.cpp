@@ -8,9 +8,9 @@
 #include <QLineEdit>
 #include <QTableView>
 
-#include "ClaseCodPostales.h"
-#include "CodPostalesDM.h"
-#include "RejillaDatos.h"
+#include "lookup/ClaseCodPostales.h"
+#include "lookup/CodPostalesDM.h"
+#include "platform/RejillaDatos.h"
 #include "services/Rnumcad.h"
 #include "services/Ruttb.h"
 #include "services/Rvarias.h"

@@ -9,12 +9,12 @@
 #include <QTableView>
 #include <QTimer>
 
-#include "ClaseCodPostales.h"
-#include "CodPostalesDM.h"
-#include "ControlesHost.h"
-#include "RejillaDatos.h"
-#include "TLMDMessageHint.h"
-#include "TeclasWindows.h"
+#include "lookup/ClaseCodPostales.h"
+#include "lookup/CodPostalesDM.h"
+#include "platform/ControlesHost.h"
+#include "platform/RejillaDatos.h"
+#include "platform/TeclasWindows.h"
+#include "platform/TLMDMessageHint.h"
 #include "services/Rnumcad.h"
 #include "services/Ruttb.h"
 #include "services/Rvarias.h"

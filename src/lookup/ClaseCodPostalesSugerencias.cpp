@@ -1,6 +1,6 @@
 // Suggestions for a locality the strict search does not find.
-#include "ClaseCodPostales.h"
 #include "dbase/TTable.h"
+#include "lookup/ClaseCodPostales.h"
 #include "services/Ruttb.h"
 
 QList<SugerenciaLocalidad> TClaseCodPostales::SugiereLocalidades(const QString& texto, int maximo) {

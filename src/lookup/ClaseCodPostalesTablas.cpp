@@ -4,10 +4,10 @@
 #include <exception>
 #include <QTableView>
 
-#include "ClaseCodPostales.h"
-#include "CodPostalesDM.h"
-#include "RejillaDatos.h"
 #include "dbase/core/path.h"
+#include "lookup/ClaseCodPostales.h"
+#include "lookup/CodPostalesDM.h"
+#include "platform/RejillaDatos.h"
 #include "services/Rficheros.h"
 #include "services/Rnumcad.h"
 #include "services/Ruttb.h"

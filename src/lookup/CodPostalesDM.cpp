@@ -1,4 +1,4 @@
-#include "CodPostalesDM.h"
+#include "lookup/CodPostalesDM.h"
 
 #include "dbase/ReferenceTags.h"
 #include "services/Rnumcad.h"

@@ -1,4 +1,4 @@
-#include "SugerenciasLocalidad.h"
+#include "lookup/SugerenciasLocalidad.h"
 
 #include <algorithm>
 #include <array>

@@ -1,8 +1,10 @@
 // IMunicipios: the municipality list, shown modally, handing back the codes.
+#include "municipalities/IMunicipios.h"
+
 #include <memory>
 
-#include "ClaseCodPostales.h"
-#include "ListadoMunicipios.h"
+#include "lookup/ClaseCodPostales.h"
+#include "municipalities/ListadoMunicipios.h"
 
 bool IMunicipios(QObject* AOwner, const QString& psAlias, bool pbModuloCodigosPostales, QString& psCod_Ine,
                  QString& psCodPostal, QString& psMunicipio, QString& psProvincia, QString& psCodProvincia,

@@ -1,4 +1,4 @@
-#include "ListadoMunicipios.h"
+#include "municipalities/ListadoMunicipios.h"
 
 #include <QComboBox>
 #include <QFormLayout>
@@ -11,21 +11,21 @@
 #include <QStatusBar>
 #include <QTableView>
 #include <QVBoxLayout>
-#include <memory>
 
-#include "ClaseCodPostales.h"
-#include "CodPostalesDM.h"
-#include "ControlesHost.h"
-#include "DialogoPaquete.h"
-#include "EventosControles.h"
-#include "ImportarVias.h"
-#include "RejillaDatos.h"
-#include "TeclasWindows.h"
+#include "lookup/ClaseCodPostales.h"
+#include "lookup/CodPostalesDM.h"
+#include "platform/ControlesHost.h"
+#include "platform/DialogoPaquete.h"
+#include "platform/EventosControles.h"
+#include "platform/RejillaDatos.h"
+#include "platform/TeclasWindows.h"
 #include "services/Rmensaje.h"
 #include "services/Ruttb.h"
 #include "services/Rvarias.h"
 
 namespace {
+
+TFListadoMunicipios::TAbreImportacionVias abreImportacionVias = nullptr;
 
 // Share of the grid's width each column takes: name, province, postcode,
 // INE code, municipality it belongs to.
@@ -198,12 +198,10 @@ void TFListadoMunicipios::advGBAceptarClick() {
 
 void TFListadoMunicipios::DBGListadoMunicipiosDblClick() { advGBAceptar->click(); }
 
+void TFListadoMunicipios::RegistraImportacionVias(TAbreImportacionVias abre) { abreImportacionVias = abre; }
+
 void TFListadoMunicipios::advGBImportarViasClick() {
-  // Its own bare controller, in street mode so that the street table is open
-  // for the import to append to.
-  const std::unique_ptr<TClaseCodPostales> controlador(new TClaseCodPostales(this, sAlias, true, QString()));
-  TFImportarVias importar(this, controlador.get());
-  importar.exec();
+  if (abreImportacionVias) abreImportacionVias(this, sAlias);
 }
 
 void TFListadoMunicipios::advELocalidadKeyUp(QObject* Sender, int& Key) {

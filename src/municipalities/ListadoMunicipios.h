@@ -2,7 +2,7 @@
 // by name, postcode or INE code within a province and confirms it. It owns a
 // controller bound to its province combo and its three search edits, so the
 // province filter and the locality completion behave as on the host's forms.
-// IMunicipios (ClaseCodPostales.h) shows it and hands back the codes.
+// IMunicipios (IMunicipios.h) shows it and hands back the codes.
 #pragma once
 
 #include <QDialog>
@@ -20,6 +20,13 @@ class TEventosControles;
 class TFListadoMunicipios : public QDialog {
   Q_OBJECT
  public:
+  // What "Importar vías de la web" opens. The street import sits above this
+  // dialog (it asks the user for municipalities through IMunicipios), so it
+  // hands the list its opener when the library loads instead of the list
+  // reaching up for it. Without one the button does nothing.
+  using TAbreImportacionVias = void (*)(QWidget* AOwner, const QString& psAlias);
+  static void RegistraImportacionVias(TAbreImportacionVias abre);
+
   // Creates the form and its controller on the alias, and chooses the
   // province by name (which filters the list to it).
   TFListadoMunicipios(QWidget* AOwner, const QString& psAlias, bool pbModuloCodigosPostales,

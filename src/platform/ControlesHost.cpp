@@ -1,4 +1,4 @@
-#include "ControlesHost.h"
+#include "platform/ControlesHost.h"
 
 #include <QApplication>
 #include <QPalette>

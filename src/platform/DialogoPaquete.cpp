@@ -1,4 +1,4 @@
-#include "DialogoPaquete.h"
+#include "platform/DialogoPaquete.h"
 
 #include <QDialog>
 #include <QKeyEvent>
@@ -6,7 +6,7 @@
 #include <QStatusBar>
 #include <QTimer>
 
-#include "TeclasWindows.h"
+#include "platform/TeclasWindows.h"
 #include "services/Rvarias.h"
 
 namespace dialogo {

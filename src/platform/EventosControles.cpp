@@ -1,4 +1,4 @@
-#include "EventosControles.h"
+#include "platform/EventosControles.h"
 
 #include <QAbstractScrollArea>
 #include <QApplication>
@@ -7,7 +7,7 @@
 #include <QMouseEvent>
 #include <QWidget>
 
-#include "TeclasWindows.h"
+#include "platform/TeclasWindows.h"
 #include "services/Rmensaje.h"
 
 TEventosControles::TEventosControles(QObject* parent) : QObject(parent) {}

@@ -1,4 +1,4 @@
-#include "RejillaDatos.h"
+#include "platform/RejillaDatos.h"
 
 #include <QItemSelectionModel>
 #include <QTableView>

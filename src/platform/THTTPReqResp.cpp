@@ -1,4 +1,4 @@
-#include "THTTPReqResp.h"
+#include "platform/THTTPReqResp.h"
 
 #include <QElapsedTimer>
 #include <QEventLoop>

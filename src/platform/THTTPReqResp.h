@@ -19,7 +19,7 @@
 #include <QString>
 #include <stdexcept>
 
-#include "TXMLDocument.h"
+#include "platform/TXMLDocument.h"
 
 class QNetworkAccessManager;
 

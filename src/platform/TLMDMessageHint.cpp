@@ -1,4 +1,4 @@
-#include "TLMDMessageHint.h"
+#include "platform/TLMDMessageHint.h"
 
 #include <QApplication>
 #include <QGridLayout>

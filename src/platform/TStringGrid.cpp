@@ -1,4 +1,4 @@
-#include "TStringGrid.h"
+#include "platform/TStringGrid.h"
 
 #include <QHeaderView>
 

@@ -1,4 +1,4 @@
-#include "TXMLDocument.h"
+#include "platform/TXMLDocument.h"
 
 #include <QFile>
 #include <QSaveFile>

@@ -1,4 +1,4 @@
-#include "TeclasWindows.h"
+#include "platform/TeclasWindows.h"
 
 #include <QChar>
 #include <QKeyEvent>

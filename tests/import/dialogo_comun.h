@@ -15,16 +15,16 @@
 #include <gtest/gtest.h>
 #include <memory>
 
-#include "../services/qstring_print.h"
-#include "ImportarVias.h"
-#include "TStringGrid.h"
 #include "dbase/TTable.h"
+#include "import/ImportarVias.h"
+#include "platform/TStringGrid.h"
 #include "services/Rmensaje.h"
 #include "services/Ruttb.h"
 #include "servicio_comun.h"
 #include "support/referencia.h"
 #include "support/simulador_ovc.h"
 #include "support/temp_dir.h"
+#include "../services/qstring_print.h"
 
 namespace testsupport {
 

@@ -1,4 +1,4 @@
-#include "importar/guarda_comun.h"
+#include "import/guarda_comun.h"
 
 #include <QApplication>
 #include <QComboBox>
@@ -10,10 +10,10 @@
 #include <QRadioButton>
 #include <QTest>
 
-#include "TStringGrid.h"
-#include "dbase/TTable.h"
 #include "dbase/core/dbf_file.h"
 #include "dbase/core/field_value.h"
+#include "dbase/TTable.h"
+#include "platform/TStringGrid.h"
 #include "support/referencia.h"
 
 using namespace testsupport;

@@ -16,8 +16,8 @@
 #include <string>
 #include <vector>
 
-#include "ClaseCodPostales.h"
-#include "ImportarVias.h"
+#include "import/ImportarVias.h"
+#include "lookup/ClaseCodPostales.h"
 #include "services/Rmensaje.h"
 #include "support/tables.h"
 #include "support/temp_dir.h"

@@ -6,14 +6,14 @@
 #include <QPushButton>
 #include <QRadioButton>
 
-#include "../services/qstring_print.h"
-#include "CodPostalesDM.h"
-#include "TStringGrid.h"
-#include "TXMLDocument.h"
-#include "dbase/TTable.h"
 #include "dbase/core/error.h"
-#include "importar/guarda_comun.h"
+#include "dbase/TTable.h"
+#include "import/guarda_comun.h"
+#include "lookup/CodPostalesDM.h"
+#include "platform/TStringGrid.h"
+#include "platform/TXMLDocument.h"
 #include "support/referencia.h"
+#include "../services/qstring_print.h"
 
 using namespace guarda;
 using testsupport::Row;

@@ -13,11 +13,11 @@
 #include <memory>
 #include <set>
 
-#include "ClaseCodPostales.h"
-#include "ImportarVias.h"
-#include "TStringGrid.h"
 #include "dialogo_comun.h"
 #include "guarda_comun.h"
+#include "import/ImportarVias.h"
+#include "lookup/ClaseCodPostales.h"
+#include "platform/TStringGrid.h"
 #include "support/tables.h"
 
 using guarda::Fila;

@@ -18,7 +18,7 @@
 #include <set>
 
 #include "../services/qstring_print.h"
-#include "importar/guarda_comun.h"
+#include "import/guarda_comun.h"
 #include "support/referencia.h"
 #include "support/temp_dir.h"
 

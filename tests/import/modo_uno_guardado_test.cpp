@@ -5,10 +5,10 @@
 #include <QDir>
 #include <QRadioButton>
 
-#include "../services/qstring_print.h"
-#include "TStringGrid.h"
-#include "importar/guarda_comun.h"
+#include "import/guarda_comun.h"
+#include "platform/TStringGrid.h"
 #include "support/referencia.h"
+#include "../services/qstring_print.h"
 
 using namespace guarda;
 

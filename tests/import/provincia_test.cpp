@@ -18,14 +18,14 @@
 #include <memory>
 #include <set>
 
-#include "ClaseCodPostales.h"
-#include "CodPostalesDM.h"
-#include "ImportarVias.h"
-#include "ListadoMunicipios.h"
-#include "TStringGrid.h"
 #include "dbase/TTable.h"
-#include "servicio_comun.h"
+#include "import/ImportarVias.h"
+#include "lookup/ClaseCodPostales.h"
+#include "lookup/CodPostalesDM.h"
+#include "municipalities/ListadoMunicipios.h"
+#include "platform/TStringGrid.h"
 #include "services/Ruttb.h"
+#include "servicio_comun.h"
 #include "support/referencia.h"
 
 using testsupport::EntornoTemporal;

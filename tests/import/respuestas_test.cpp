@@ -6,10 +6,10 @@
 #include <QLabel>
 #include <gtest/gtest.h>
 
-#include "ImportarVias.h"
-#include "ImportarViasServicio.h"
-#include "TStringGrid.h"
-#include "TXMLDocument.h"
+#include "import/ImportarVias.h"
+#include "import/ImportarViasServicio.h"
+#include "platform/TStringGrid.h"
+#include "platform/TXMLDocument.h"
 #include "services/Rmensaje.h"
 #include "servicio_comun.h"
 #include "support/temp_dir.h"

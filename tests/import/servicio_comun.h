@@ -9,7 +9,7 @@
 #include <memory>
 #include <optional>
 
-#include "ImportarVias.h"
+#include "import/ImportarVias.h"
 #include "services/Rmensaje.h"
 #include "support/simulador_ovc.h"
 #include "support/temp_dir.h"

@@ -12,11 +12,11 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
-#include "ImportarViasServicio.h"
-#include "OvcCallejero.h"
-#include "THTTPReqResp.h"
-#include "TStringGrid.h"
-#include "TXMLDocument.h"
+#include "import/ImportarViasServicio.h"
+#include "import/OvcCallejero.h"
+#include "platform/THTTPReqResp.h"
+#include "platform/TStringGrid.h"
+#include "platform/TXMLDocument.h"
 #include "servicio_comun.h"
 #include "support/referencia.h"
 

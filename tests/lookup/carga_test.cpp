@@ -5,10 +5,10 @@
 #include <QApplication>
 #include <QTest>
 
-#include "../services/qstring_print.h"
-#include "ControlesHost.h"
 #include "formulario.h"
+#include "platform/ControlesHost.h"
 #include "services/Ruttb.h"
+#include "../services/qstring_print.h"
 
 using namespace testsupport;
 

@@ -5,12 +5,12 @@
 #include <QTest>
 #include <QTimer>
 
-#include "../services/qstring_print.h"
-#include "ControlesHost.h"
 #include "formulario.h"
+#include "platform/ControlesHost.h"
 #include "services/Rmensaje.h"
 #include "services/Ruttb.h"
 #include "support/tables.h"
+#include "../services/qstring_print.h"
 
 using namespace testsupport;
 

@@ -7,10 +7,10 @@
 #include <QTest>
 #include <QTimer>
 
-#include "../services/qstring_print.h"
-#include "TLMDMessageHint.h"
 #include "formulario.h"
+#include "platform/TLMDMessageHint.h"
 #include "services/Rvarias.h"
+#include "../services/qstring_print.h"
 
 using namespace testsupport;
 

@@ -9,9 +9,9 @@
 #include <QWidget>
 #include <memory>
 
-#include "ClaseCodPostales.h"
-#include "TLMDMessageHint.h"
-#include "CodPostalesDM.h"
+#include "lookup/ClaseCodPostales.h"
+#include "lookup/CodPostalesDM.h"
+#include "platform/TLMDMessageHint.h"
 #include "support/referencia.h"
 #include "support/temp_dir.h"
 

@@ -5,10 +5,10 @@
 #include <QTest>
 #include <QTimer>
 
-#include "../services/qstring_print.h"
-#include "ControlesHost.h"
 #include "formulario.h"
+#include "platform/ControlesHost.h"
 #include "services/Ruttb.h"
+#include "../services/qstring_print.h"
 
 using namespace testsupport;
 

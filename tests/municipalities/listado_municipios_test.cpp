@@ -14,15 +14,16 @@
 #include <QTimer>
 #include <functional>
 
-#include "../services/qstring_print.h"
-#include "ClaseCodPostales.h"
-#include "CodPostalesDM.h"
-#include "ControlesHost.h"
-#include "ImportarVias.h"
-#include "ListadoMunicipios.h"
+#include "import/ImportarVias.h"
+#include "lookup/ClaseCodPostales.h"
+#include "lookup/CodPostalesDM.h"
+#include "municipalities/IMunicipios.h"
+#include "municipalities/ListadoMunicipios.h"
+#include "platform/ControlesHost.h"
 #include "services/Rmensaje.h"
 #include "support/referencia.h"
 #include "support/temp_dir.h"
+#include "../services/qstring_print.h"
 
 using namespace testsupport;
 

@@ -10,8 +10,8 @@
 #include <QTest>
 #include <QVBoxLayout>
 
-#include "EventosControles.h"
-#include "TeclasWindows.h"
+#include "platform/EventosControles.h"
+#include "platform/TeclasWindows.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <QLineEdit>
 #include <QTest>
 
+#include "platform/TLMDMessageHint.h"
 #include "../services/qstring_print.h"
-#include "TLMDMessageHint.h"
 
 TEST(TLMDMessageHint, ShowsTitleAndTextAtAScreenPoint) {
   TLMDMessageHint globo;

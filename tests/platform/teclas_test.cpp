@@ -3,7 +3,7 @@
 
 #include <QKeyEvent>
 
-#include "TeclasWindows.h"
+#include "platform/TeclasWindows.h"
 
 namespace {
 int codigo(int tecla, Qt::KeyboardModifiers modificadores = Qt::NoModifier) {

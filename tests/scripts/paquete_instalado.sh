@@ -1,6 +1,6 @@
 #!/bin/bash
 # The installed package, used as a project outside the tree would use it:
-# installs the build into a scratch prefix, builds tests/paquete/host against
+# installs the build into a scratch prefix, builds tests/package/host against
 # it (the CMake package for a C++ host, pkg-config for a C one), runs both
 # and the installed command, over the sample data.
 #
@@ -13,7 +13,7 @@ set -u
 build_dir=${1:?uso: paquete_instalado.sh BUILD_DIR SHARED_DIR}
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 repo=$(cd "$here/../.." && pwd)
-host_src=$repo/tests/paquete/host
+host_src=$repo/tests/package/host
 muestra=$repo/data/muestra
 
 passed=0

@@ -4,10 +4,10 @@
 #include <cstdio>
 #include <exception>
 
-#include "ClaseCodPostales.h"
-#include "CodPostalesDM.h"
-#include "dbase/TTable.h"
 #include "dbase/core/error.h"
+#include "dbase/TTable.h"
+#include "lookup/ClaseCodPostales.h"
+#include "lookup/CodPostalesDM.h"
 #include "package/Paquete.h"
 
 int main(int argc, char** argv) {
