@@ -126,7 +126,13 @@ Cursor::Cursor(std::shared_ptr<DbfFile> file) : file_(std::move(file)) { first()
 Cursor::~Cursor() = default;
 
 void Cursor::setOrder(const std::vector<int>& fields) {
-  IndexTag* tag = fields.empty() ? nullptr : &TagSet::of(*file_).tag(fields);
+  Tag* tag = fields.empty() ? nullptr : &TagSet::of(*file_).tag(fields);
+  useOrder(tag, fields);
+}
+
+void Cursor::setOrder(Tag& tag, const std::vector<int>& fields) { useOrder(&tag, fields); }
+
+void Cursor::useOrder(Tag* tag, const std::vector<int>& fields) {
   order_ = fields;
   tag_ = tag;
   // The same rows in another order: the current row stays, and the view is
@@ -286,7 +292,9 @@ void Cursor::rebuildView() {
       };
       std::vector<Entry> entries;
       entries.reserve(passCount_);
+      const bool partialTag = !tag_->holdsEveryLiveRow();
       forEachSet(passBits_, [&](uint32_t r) {
+        if (partialTag && tag_->rankOf(r) == tag_->size()) return;
         std::string_view key = tag_->keyOf(r);
         unsigned char bytes[8] = {};
         std::memcpy(bytes, key.data(), std::min<size_t>(key.size(), 8));
@@ -317,6 +325,7 @@ void Cursor::extendView() {
     syncVerdicts();
     for (uint32_t r = viewFileCount_ + 1; r <= file_->recordCount(); ++r) {
       if (!verdict(r)) continue;
+      if (tag_ && !tag_->holdsEveryLiveRow() && tag_->rankOf(r) == tag_->size()) continue;
       if (!tag_) {
         list_.push_back(r);
         continue;
@@ -362,6 +371,10 @@ void Cursor::revalidate() {
 // The size of the view without building it.
 size_t Cursor::liveSize() {
   if (viewGeneration_ == file_->generation()) return viewSize();
+  if (filter_ && tag_ && !tag_->holdsEveryLiveRow()) {  // which pass is not enough: build the view
+    revalidate();
+    return viewSize();
+  }
   if (filter_ || (!tag_ && file_->deletedCount() > 0)) {
     syncVerdicts();
     return passCount_;
@@ -501,7 +514,7 @@ bool Cursor::seek(const std::vector<std::string>& values, bool exact) {
                     std::to_string(order_.size()) + " campos");
   refresh();
   std::string key;
-  const bool possible = appendSearchKey(*file_, order_, values, !exact, key);
+  const bool possible = tag_->searchKey(order_, values, !exact, key);
   const size_t size = viewSize();
   size_t at = viewLowerBound(key);
   if (exact) {

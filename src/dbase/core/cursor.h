@@ -27,7 +27,7 @@
 namespace dbase {
 
 class DbfFile;
-class IndexTag;
+class Tag;
 
 class Cursor {
  public:
@@ -37,8 +37,12 @@ class Cursor {
   DbfFile& file() const { return *file_; }
   const std::shared_ptr<DbfFile>& sharedFile() const { return file_; }
 
-  // Order by these fields (indexes into file().fields()); empty = physical.
+  // Order by these fields (indexes into file().fields()), on the tag the
+  // engine keeps in memory for them; empty = physical.
   void setOrder(const std::vector<int>& fields);
+  // Order by a tag kept elsewhere (an index file's), whose searches take
+  // values for these fields. The tag must outlive its use here.
+  void setOrder(Tag& tag, const std::vector<int>& fields);
   const std::vector<int>& order() const { return order_; }
   // Installs a filter (see filter.h); an empty text removes it. Throws
   // dbase::Error for a bad text and leaves the previous filter in force.
@@ -69,6 +73,7 @@ class Cursor {
   void refresh();
 
  private:
+  void useOrder(Tag* tag, const std::vector<int>& fields);
   void revalidate();
   void rebuildView();
   void extendView();
@@ -87,7 +92,7 @@ class Cursor {
 
   std::shared_ptr<DbfFile> file_;
   std::vector<int> order_;
-  IndexTag* tag_ = nullptr;
+  Tag* tag_ = nullptr;
   std::string filterText_;
   std::optional<CompiledFilter> filter_;
 

@@ -685,6 +685,12 @@ void DbfFile::update(uint32_t recno, std::string_view record) {
 }
 
 void DbfFile::syncWithDisk() {
+  bool listenersChanged = false;
+  for (auto& l : listeners_) listenersChanged |= l->checkDisk();
+  if (listenersChanged) {
+    ++generation_;
+    ++rewriteGeneration_;
+  }
   struct stat st {};
   if (stat(path_.c_str(), &st) != 0) return;  // gone: keep serving what we read
   const DiskState seen = diskState(st);

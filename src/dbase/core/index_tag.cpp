@@ -629,6 +629,11 @@ void IndexTag::appendAll(std::vector<uint32_t>& out) {
   for (const auto& chunk : chunks_) out.insert(out.end(), chunk->recnos.begin(), chunk->recnos.end());
 }
 
+bool IndexTag::searchKey(const std::vector<int>& fields, const std::vector<std::string>& values, bool partial,
+                         std::string& key) {
+  return appendSearchKey(file_, fields, values, partial, key);
+}
+
 size_t IndexTag::rankOf(uint32_t recno) {
   ensureBuilt();
   if (recno == 0 || recno > file_.recordCount() || recno >= keyRef_.size() || file_.isDeleted(recno)) return size_;

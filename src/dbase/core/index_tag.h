@@ -22,12 +22,14 @@
 #include <utility>
 #include <vector>
 
+#include "dbase/core/tag.h"
+
 namespace dbase {
 
 class DbfFile;
 class RowKeys;
 
-class IndexTag {
+class IndexTag final : public Tag {
  public:
   IndexTag(const DbfFile& file, std::vector<int> fields);
 
@@ -36,15 +38,16 @@ class IndexTag {
   // Bytes of memory the tag holds (keys, order and their bookkeeping), about.
   size_t memoryBytes() const;
 
-  size_t size();
-  uint32_t recnoAt(size_t rank);
-  // First rank whose key is >= key (size() when none).
-  size_t lowerBound(std::string_view key);
+  size_t size() override;
+  uint32_t recnoAt(size_t rank) override;
+  size_t lowerBound(std::string_view key) override;
   // Rank of a live row (size() when the row is not in the tag).
-  size_t rankOf(uint32_t recno);
-  std::string_view keyOf(uint32_t recno);
-  // Every record number, in order.
-  void appendAll(std::vector<uint32_t>& out);
+  size_t rankOf(uint32_t recno) override;
+  std::string_view keyOf(uint32_t recno) override;
+  void appendAll(std::vector<uint32_t>& out) override;
+  // Keys as sort_key.h makes them, field by field.
+  bool searchKey(const std::vector<int>& fields, const std::vector<std::string>& values, bool partial,
+                 std::string& key) override;
 
   // Kept right by the file on every change. `keys`, when given, holds the
   // row's field keys shared with the other tags.

@@ -18,6 +18,10 @@ class RowListener {
   virtual void rowChanged(uint32_t recno, const char* oldRecord) = 0;
   // Every row was read anew from disk: another program changed the file.
   virtual void rowsReloaded() = 0;
+  // Before the file looks at the disk for other programs' changes: the
+  // listener looks at its own files, and returns true when what it serves
+  // changed (the file's views are then rebuilt).
+  virtual bool checkDisk() { return false; }
   // Bytes of memory held, about (the file's cache budget counts them).
   virtual size_t memoryBytes() const = 0;
 };
