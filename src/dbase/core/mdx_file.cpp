@@ -1,0 +1,337 @@
+#include "dbase/core/mdx_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "dbase/core/error.h"
+#include "dbase/core/mdx_format.h"
+
+namespace dbase {
+
+using namespace mdx;
+
+namespace {
+
+// No real tree gets near this: even with two children per node it would
+// index more rows than a table can hold. It bounds the memory of a walk
+// down a chain of one-child nodes.
+constexpr size_t kMaxDepth = 64;
+
+std::string baseName(const std::string& path) {
+  auto slash = path.find_last_of('/');
+  return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+std::string systemError(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
+
+int64_t modifiedNs(const struct stat& st) { return int64_t(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec; }
+
+// Text up to the first NUL within [p, p + size).
+std::string cString(const unsigned char* p, size_t size) {
+  const void* nul = std::memchr(p, 0, size);
+  return std::string(reinterpret_cast<const char*>(p), nul ? static_cast<const unsigned char*>(nul) - p : size);
+}
+
+char upperAscii(char c) { return c >= 'a' && c <= 'z' ? char(c - 'a' + 'A') : c; }
+
+// Reads exactly size bytes at offset, or fails with a message.
+bool readAt(int fd, uint64_t offset, unsigned char* into, size_t size) {
+  size_t done = 0;
+  while (done < size) {
+    ssize_t n = ::pread(fd, into + done, size - done, off_t(offset + done));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    done += size_t(n);
+  }
+  return true;
+}
+
+}  // namespace
+
+// The path from the root to the node being read, each node with the next
+// child to go down to. Every node entered is checked before it is used, and
+// marked, so that a page reached twice (a loop, or two parents) is refused.
+class MdxFile::Cursor {
+ public:
+  struct Frame {
+    uint32_t page = 0;
+    std::vector<unsigned char> block;
+    uint32_t n = 0;
+    uint32_t next = 0;  // interior: next child; leaf: next entry
+    bool leaf = false;
+  };
+
+  Cursor(const MdxFile& file, const MdxTagInfo& tag)
+      : file_(file), tag_(tag), seen_(size_t(file.fileSize_ / kPageBytes) + 1, false) {}
+
+  [[noreturn]] void fail(const std::string& what) const {
+    throw Error(ErrorKind::Corrupt, file_.name_, "tag " + tag_.name + ": " + what);
+  }
+
+  // Reads the node at page and pushes it on the path.
+  void enter(uint32_t page) {
+    if (!file_.pageInFile(page))
+      fail("node page " + std::to_string(page) + " is outside the file (" + std::to_string(file_.fileSize_) +
+           " bytes)");
+    if (seen_[page]) fail("node page " + std::to_string(page) + " is reached twice (a loop among pages)");
+    if (path.size() >= kMaxDepth) fail("the tree is deeper than " + std::to_string(kMaxDepth) + " levels");
+    seen_[page] = true;
+    Frame frame;
+    frame.page = page;
+    frame.block.resize(file_.blockBytes_);
+    file_.readBlock(page, frame.block.data(), tag_.name);
+    frame.n = get32(frame.block.data());
+    if (frame.n > tag_.maxKeys ||
+        kNodeHeaderBytes + uint64_t(frame.n) * tag_.itemLength + 4 > file_.blockBytes_)
+      fail("node page " + std::to_string(page) + " claims " + std::to_string(frame.n) + " keys, more than the " +
+           std::to_string(tag_.maxKeys) + " that fit");
+    frame.leaf = get32(frame.block.data() + kNodeHeaderBytes + frame.n * tag_.itemLength) == 0;
+    if (frame.leaf) {
+      if (leafDepth_ < 0) leafDepth_ = int(path.size());
+      if (leafDepth_ != int(path.size()))
+        fail("leaves at uneven depths (page " + std::to_string(page) + " at " + std::to_string(path.size()) +
+             ", others at " + std::to_string(leafDepth_) + ")");
+    }
+    path.push_back(std::move(frame));
+  }
+
+  // Entry i of a node: its pointer (record number or child page) and key.
+  // The pointer after the last key is the rightmost child.
+  uint32_t pointer(const Frame& f, uint32_t i) const {
+    return get32(f.block.data() + kNodeHeaderBytes + size_t(i) * tag_.itemLength);
+  }
+  std::string_view key(const Frame& f, uint32_t i) const {
+    return {reinterpret_cast<const char*>(f.block.data()) + kNodeHeaderBytes + size_t(i) * tag_.itemLength + 4,
+            tag_.keyLength};
+  }
+  uint32_t recno(const Frame& f, uint32_t i) const {
+    uint32_t r = pointer(f, i);
+    if (r == 0) fail("leaf page " + std::to_string(f.page) + " holds record number 0");
+    return r;
+  }
+
+  // From the top of the path, goes down the leftmost children to a leaf.
+  void descendLeftmost() {
+    while (!path.back().leaf) {
+      Frame& f = path.back();
+      uint32_t child = pointer(f, f.next++);
+      enter(child);
+    }
+  }
+
+  // Moves the path to the next leaf in order; false when there is none.
+  bool nextLeaf() {
+    path.pop_back();
+    while (!path.empty()) {
+      Frame& f = path.back();
+      if (f.next <= f.n) {
+        uint32_t child = pointer(f, f.next++);
+        enter(child);
+        descendLeftmost();
+        return true;
+      }
+      path.pop_back();
+    }
+    return false;
+  }
+
+  std::vector<Frame> path;
+
+ private:
+  const MdxFile& file_;
+  const MdxTagInfo& tag_;
+  std::vector<bool> seen_;
+  int leafDepth_ = -1;
+};
+
+std::unique_ptr<MdxFile> MdxFile::open(const std::string& path) {
+  std::unique_ptr<MdxFile> file(new MdxFile());
+  file->path_ = path;
+  file->name_ = baseName(path);
+  file->fd_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (file->fd_ < 0) throw Error(ErrorKind::Io, file->name_, systemError("cannot open"));
+  file->load();
+  return file;
+}
+
+MdxFile::~MdxFile() {
+  if (fd_ >= 0) ::close(fd_);
+}
+
+bool MdxFile::pageInFile(uint32_t page) const {
+  return page >= kHeaderAreaBytes / kPageBytes && uint64_t(page) * kPageBytes + blockBytes_ <= fileSize_;
+}
+
+void MdxFile::readBlock(uint32_t page, unsigned char* into, const std::string& tagName) const {
+  if (!readAt(fd_, uint64_t(page) * kPageBytes, into, blockBytes_))
+    throw Error(ErrorKind::Io, name_, "tag " + tagName + ": " + systemError("cannot read page"));
+}
+
+void MdxFile::load() {
+  struct stat st {};
+  if (::fstat(fd_, &st) != 0) throw Error(ErrorKind::Io, name_, systemError("cannot stat"));
+  fileSize_ = uint64_t(st.st_size);
+  modifiedNs_ = modifiedNs(st);
+  inode_ = uint64_t(st.st_ino);
+  device_ = uint64_t(st.st_dev);
+
+  auto corrupt = [&](const std::string& what) { return Error(ErrorKind::Corrupt, name_, what); };
+  if (fileSize_ < kFileHeaderBytes)
+    throw corrupt("shorter (" + std::to_string(fileSize_) + " bytes) than an index header");
+  unsigned char header[kFileHeaderBytes];
+  if (!readAt(fd_, 0, header, sizeof header)) throw Error(ErrorKind::Io, name_, systemError("cannot read"));
+
+  const uint8_t version = header[kOffVersion];
+  if (version != 2 && version != 3) throw corrupt("not a dBase IV index (version byte " + std::to_string(version) + ")");
+  blockPages_ = get16(header + kOffBlockPages);
+  if (blockPages_ == 0 || blockPages_ > kMaxBlockPages)
+    throw corrupt("block size of " + std::to_string(blockPages_) + " pages (1 to 32 allowed)");
+  blockBytes_ = blockPages_ * kPageBytes;
+  if (get16(header + kOffBlockBytes) != blockBytes_)
+    throw corrupt("block size of " + std::to_string(get16(header + kOffBlockBytes)) + " bytes disagrees with " +
+                  std::to_string(blockPages_) + " pages");
+  const uint32_t slotLength = header[kOffSlotLength];
+  const uint32_t slotCount = header[kOffSlotCount];
+  const uint32_t tagCount = get16(header + kOffTagsInUse);
+  if (slotLength < kSlotBytes) throw corrupt("tag table slots of " + std::to_string(slotLength) + " bytes");
+  if (tagCount > kMaxTags || tagCount > slotCount)
+    throw corrupt(std::to_string(tagCount) + " tags in use, more than the table holds");
+  if (kFileHeaderBytes + uint64_t(tagCount) * slotLength > fileSize_)
+    throw corrupt("the tag table runs past the end of the file");
+  languageDriver_ = header[kOffLanguageDriver];
+  tableName_ = cString(header + kOffTableName, kTableNameBytes);
+
+  std::vector<unsigned char> table(size_t(tagCount) * slotLength);
+  if (!table.empty() && !readAt(fd_, kOffTagTable, table.data(), table.size()))
+    throw Error(ErrorKind::Io, name_, systemError("cannot read the tag table"));
+  for (size_t i = 0; i < tagCount; ++i) loadTag(i, table.data() + i * slotLength);
+}
+
+void MdxFile::loadTag(size_t slot, const unsigned char* entry) {
+  MdxTagInfo tag;
+  tag.name = cString(entry + kSlotName, kSlotNameBytes);
+  for (char& c : tag.name) c = upperAscii(c);
+  tag.headerPage = get32(entry + kSlotHeaderPage);
+  tag.keyType = char(entry[kSlotKeyType]);
+  std::string fault;
+  auto record = [&](const std::string& what) {
+    tags_.push_back(tag);
+    faults_.push_back("tag " + (tag.name.empty() ? "#" + std::to_string(slot + 1) : tag.name) + ": " + what);
+  };
+  if (tag.name.empty()) return record("no name in its slot");
+  if (!pageInFile(tag.headerPage))
+    return record("tag header page " + std::to_string(tag.headerPage) + " is outside the file (" +
+                  std::to_string(fileSize_) + " bytes)");
+
+  // The header is one block, but its FOR text lies past the first 512 bytes.
+  std::vector<unsigned char> h(std::max<uint32_t>(blockBytes_, 1024), 0);
+  const uint64_t at = uint64_t(tag.headerPage) * kPageBytes;
+  const size_t available = size_t(std::min<uint64_t>(h.size(), fileSize_ - at));
+  if (!readAt(fd_, at, h.data(), available))
+    throw Error(ErrorKind::Io, name_, "tag " + tag.name + ": " + systemError("cannot read its header"));
+
+  tag.rootPage = get32(h.data() + kTagRoot);
+  const uint8_t format = h[kTagFormat];
+  tag.keyType = char(h[kTagKeyType]);
+  tag.keyLength = get16(h.data() + kTagKeyLength);
+  tag.maxKeys = get16(h.data() + kTagMaxKeys);
+  tag.itemLength = get16(h.data() + kTagItemLength);
+  tag.serial = h[kTagSerial];
+  tag.unique = h[kTagUnique] != 0 || (format & kFormatUnique) != 0;
+  tag.descending = (format & kFormatDescending) != 0;
+  tag.expression = cString(h.data() + kTagExpression, kExpressionBytes);
+  if (h[kTagHasFor]) tag.forExpression = cString(h.data() + kTagForExpression, kExpressionBytes);
+
+  if (tag.keyType != 'C' && tag.keyType != 'N' && tag.keyType != 'D')
+    return record("unknown key type " + std::to_string(uint8_t(tag.keyType)));
+  if (tag.keyLength == 0 || uint32_t(tag.keyLength) + 4 + 12 > blockBytes_)
+    return record("key length " + std::to_string(tag.keyLength) + " does not fit a " + std::to_string(blockBytes_) +
+                  "-byte block");
+  if (tag.keyLength > kMaxKeyLength) return record("key length " + std::to_string(tag.keyLength) + " above 100");
+  if (tag.itemLength < tag.keyLength + 4 || uint32_t(tag.itemLength) + 12 > blockBytes_)
+    return record("item length " + std::to_string(tag.itemLength) + " does not fit key length " +
+                  std::to_string(tag.keyLength) + " in a " + std::to_string(blockBytes_) + "-byte block");
+  if (tag.maxKeys == 0 || 12 + uint64_t(tag.maxKeys) * tag.itemLength > blockBytes_)
+    return record(std::to_string(tag.maxKeys) + " keys per node do not fit a " + std::to_string(blockBytes_) +
+                  "-byte block");
+  if (!pageInFile(tag.rootPage))
+    return record("root page " + std::to_string(tag.rootPage) + " is outside the file (" + std::to_string(fileSize_) +
+                  " bytes)");
+  tags_.push_back(std::move(tag));
+  faults_.emplace_back();
+}
+
+int MdxFile::tagIndex(std::string_view name) const {
+  for (size_t i = 0; i < tags_.size(); ++i) {
+    const std::string& t = tags_[i].name;
+    if (t.size() == name.size() &&
+        std::equal(t.begin(), t.end(), name.begin(), [](char a, char b) { return upperAscii(a) == upperAscii(b); }))
+      return int(i);
+  }
+  return -1;
+}
+
+const MdxTagInfo& MdxFile::usableTag(size_t tag) const {
+  if (tag >= tags_.size())
+    throw Error(ErrorKind::InvalidArgument, name_, "no tag number " + std::to_string(tag));
+  if (!faults_[tag].empty()) throw Error(ErrorKind::Corrupt, name_, faults_[tag]);
+  return tags_[tag];
+}
+
+void MdxFile::walk(size_t tag, const Visitor& visit) const {
+  const MdxTagInfo& info = usableTag(tag);
+  Cursor cursor(*this, info);
+  cursor.enter(info.rootPage);
+  cursor.descendLeftmost();
+  do {
+    const Cursor::Frame& leaf = cursor.path.back();
+    for (uint32_t i = 0; i < leaf.n; ++i) visit(cursor.key(leaf, i), cursor.recno(leaf, i));
+  } while (cursor.nextLeaf());
+}
+
+std::optional<std::pair<std::string, uint32_t>> MdxFile::lowerBound(size_t tag, std::string_view search,
+                                                                    const KeyCompare& compare) const {
+  const MdxTagInfo& info = usableTag(tag);
+  Cursor cursor(*this, info);
+  cursor.enter(info.rootPage);
+  // Down the first child whose highest key is at or after the search key.
+  while (!cursor.path.back().leaf) {
+    Cursor::Frame& f = cursor.path.back();
+    uint32_t i = 0;
+    while (i < f.n && compare(search, cursor.key(f, i)) > 0) ++i;
+    f.next = i + 1;
+    uint32_t child = cursor.pointer(f, i);
+    cursor.enter(child);
+  }
+  // Normally the leaf holds the answer; when the interior keys are stale it
+  // may lie further on, in the following leaves.
+  do {
+    const Cursor::Frame& leaf = cursor.path.back();
+    for (uint32_t i = 0; i < leaf.n; ++i)
+      if (compare(search, cursor.key(leaf, i)) <= 0)
+        return std::make_pair(std::string(cursor.key(leaf, i)), cursor.recno(leaf, i));
+  } while (cursor.nextLeaf());
+  return std::nullopt;
+}
+
+bool MdxFile::changedOnDisk() const {
+  struct stat st {};
+  if (::stat(path_.c_str(), &st) != 0) return true;
+  if (uint64_t(st.st_size) != fileSize_ || modifiedNs(st) != modifiedNs_ || uint64_t(st.st_ino) != inode_ ||
+      uint64_t(st.st_dev) != device_)
+    return true;
+  for (size_t i = 0; i < tags_.size(); ++i) {
+    if (!faults_[i].empty()) continue;
+    unsigned char serial = 0;
+    if (!readAt(fd_, uint64_t(tags_[i].headerPage) * kPageBytes + kTagSerial, &serial, 1)) return true;
+    if (serial != tags_[i].serial) return true;
+  }
+  return false;
+}
+
+}  // namespace dbase

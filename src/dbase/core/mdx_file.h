@@ -1,0 +1,120 @@
+// A dBase IV production index (.MDX), read as a container: its tags and the
+// raw (key, record number) entries of each tag's B-tree. Keys are handed out
+// as the bytes stored; making and comparing them is the key encoder's job.
+//
+// Every read is bounded by the file's size and checked before use, so a
+// damaged or hostile file is refused with dbase::Error(Corrupt) naming the
+// file and the tag, never read past, looped over or trusted for sizes.
+// A fault in one tag's header spoils that tag only: it is listed, and
+// asking to walk it raises the fault found when the file was opened.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace dbase {
+
+struct MdxTagInfo {
+  std::string name;            // upper case, as stored
+  std::string expression;      // key expression text
+  std::string forExpression;   // FOR condition text, empty when none
+  char keyType = 'C';          // 'C', 'N' or 'D'
+  uint16_t keyLength = 0;
+  uint16_t itemLength = 0;
+  uint16_t maxKeys = 0;
+  bool unique = false;
+  bool descending = false;
+  uint32_t headerPage = 0, rootPage = 0;
+  uint8_t serial = 0;          // the tag header's change counter
+};
+
+class MdxFile {
+ public:
+  // Opens and checks the header, the tag table and every tag header. A bad
+  // file header throws dbase::Error(Corrupt, file name, what); a bad tag
+  // header only makes that tag unusable (see tagFault).
+  static std::unique_ptr<MdxFile> open(const std::string& path);
+  ~MdxFile();
+  MdxFile(const MdxFile&) = delete;
+  MdxFile& operator=(const MdxFile&) = delete;
+
+  const std::string& path() const { return path_; }
+  const std::string& name() const { return name_; }  // file name for messages
+  uint32_t blockBytes() const { return blockBytes_; }
+  uint8_t languageDriver() const { return languageDriver_; }
+  const std::string& tableName() const { return tableName_; }  // as stored in the header
+  const std::vector<MdxTagInfo>& tags() const { return tags_; }
+  int tagIndex(std::string_view name) const;  // case-insensitive; -1 when absent
+  // Why tag i cannot be used; empty when it can.
+  const std::string& tagFault(size_t tag) const { return faults_.at(tag); }
+
+  using Visitor = std::function<void(std::string_view key, uint32_t recno)>;
+  // Every (key, recno) of a tag in stored order (leaf entries left to
+  // right). Throws dbase::Error(Corrupt, file name, fault naming the tag) on
+  // any damage met: a page outside the file, a loop among pages, a node
+  // claiming more keys than fit, uneven depth, record number 0. Entries
+  // already visited when the damage is met have been handed out.
+  void walk(size_t tag, const Visitor& visit) const;
+
+  // Compares a search key with a stored key, like memcmp; a partial search
+  // key compares only its own length.
+  using KeyCompare = std::function<int(std::string_view search, std::string_view stored)>;
+  // The first entry at or after `search` in stored order, descending from
+  // the root (interior key i is the highest under child i); nullopt when
+  // every entry is before it.
+  std::optional<std::pair<std::string, uint32_t>> lowerBound(size_t tag, std::string_view search,
+                                                             const KeyCompare& compare) const;
+
+  // True when the file on disk is no longer the one read: size, modification
+  // time, inode, or any tag's change counter differs.
+  bool changedOnDisk() const;
+
+ private:
+  class Cursor;
+  MdxFile() = default;
+  void load();
+  void loadTag(size_t slot, const unsigned char* entry);
+  bool pageInFile(uint32_t page) const;  // a whole block there, past the header area
+  void readBlock(uint32_t page, unsigned char* into, const std::string& tagName) const;
+  const MdxTagInfo& usableTag(size_t tag) const;
+
+  std::string path_;
+  std::string name_;
+  std::string tableName_;
+  int fd_ = -1;
+  uint64_t fileSize_ = 0;
+  int64_t modifiedNs_ = 0;
+  uint64_t inode_ = 0;
+  uint64_t device_ = 0;
+  uint32_t blockPages_ = 0;
+  uint32_t blockBytes_ = 0;
+  uint8_t languageDriver_ = 0;
+  std::vector<MdxTagInfo> tags_;
+  std::vector<std::string> faults_;
+};
+
+struct MdxTagBuild {
+  std::string name, expression, forExpression;
+  char keyType = 'C';
+  uint16_t keyLength = 0;
+  bool unique = false;
+  bool descending = false;
+  std::vector<std::pair<std::string, uint32_t>> entries;  // already in tag order; keys keyLength bytes
+};
+
+// Writes a whole production MDX (header, tag table with its name tree, tag
+// headers, B-trees packed bottom-up, dates, language driver) to a temporary
+// file beside `path`, flushes it to disk, then renames it over `path`: a
+// process killed meanwhile leaves the old file or the new, never half of one.
+// Bad definitions throw dbase::Error(InvalidArgument), write failures
+// dbase::Error(Io); in both cases `path` is left as it was.
+void writeMdx(const std::string& path, std::string_view dbfBaseName, uint8_t languageDriver,
+              const std::vector<MdxTagBuild>& tags, uint16_t blockPages = 2);
+
+}  // namespace dbase
