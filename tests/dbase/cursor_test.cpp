@@ -14,6 +14,7 @@
 #include "dbase/core/field_value.h"
 #include "dbase/core/filter.h"
 #include "dbase/core/index_tag.h"
+#include "dbase/core/tag_set.h"
 #include "support/tables.h"
 #include "support/temp_dir.h"
 
@@ -594,7 +595,7 @@ void checkRandomChanges(int run, unsigned seed) {
     if (orders[order].empty())
       for (uint32_t r = 1; r <= table->recordCount(); ++r) rows.push_back(r);
     else
-      table->tag(orders[order]).appendAll(rows);
+      TagSet::of(*table).tag(orders[order]).appendAll(rows);
     std::optional<CompiledFilter> compiled;
     FilterExpression e = parseFilter(filters[filter]);
     if (!e.terms.empty()) compiled.emplace(e, table->fields(), table->codePage());

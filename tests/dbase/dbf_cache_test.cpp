@@ -16,6 +16,7 @@
 #include "dbase/core/error.h"
 #include "dbase/core/field_value.h"
 #include "dbase/core/index_tag.h"
+#include "dbase/core/tag_set.h"
 #include "support/tables.h"
 #include "support/temp_dir.h"
 
@@ -42,7 +43,7 @@ class DbfCacheTest : public ::testing::Test {
     makeTable(dir.path(), name, {charField("NOMBRE", 20)}, data);
     return dir.file(name);
   }
-  static IndexTag& nameTag(DbfFile& file) { return file.tag({0}); }
+  static IndexTag& nameTag(DbfFile& file) { return TagSet::of(file).tag({0}); }
   static std::string first(DbfFile& file) {
     return fieldText(file.fields()[0], file.record(nameTag(file).recnoAt(0)), file.codePage());
   }
