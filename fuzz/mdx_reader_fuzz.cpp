@@ -1,6 +1,8 @@
 // Whole .MDX files from the fuzzer: written to a scratch file, opened, and
-// every usable tag walked and searched. A damaged file may only ever be
-// refused with a dbase::Error, and never take long or much memory.
+// every usable tag walked and searched, its key expression and FOR condition
+// compiled against a small table and evaluated on its rows. A damaged file
+// may only ever be refused with a dbase::Error, and never take long or much
+// memory.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -11,15 +13,38 @@
 #include <string>
 #include <string_view>
 
+#include "dbase/core/dbf_file.h"
 #include "dbase/core/error.h"
+#include "dbase/core/key_expression.h"
 #include "dbase/core/mdx_file.h"
 
 namespace {
 
 std::string scratchPath;
+std::string tablePath;
+std::shared_ptr<dbase::DbfFile> table;  // the fields expressions are compiled against
+
+// Compiles an expression read from the file and evaluates it on every row.
+size_t evaluate(const std::string& text) {
+  if (text.empty() || !table) return 0;
+  try {
+    const dbase::KeyExpression e = dbase::KeyExpression::compile(text, *table);
+    std::string key;
+    size_t total = e.keyLength() + e.fields().size();
+    for (uint32_t r = 1; r <= table->recordCount(); ++r) {
+      e.appendKey(table->record(r), key);
+      total += e.isTrue(table->record(r));
+    }
+    for (int f : e.fields()) total += e.span(f).has_value();
+    return total + key.size();
+  } catch (const dbase::Error&) {
+    return 1;
+  }
+}
 
 void removeScratch() {
   if (!scratchPath.empty()) ::unlink(scratchPath.c_str());
+  if (!tablePath.empty()) ::unlink(tablePath.c_str());
 }
 
 bool writeScratch(const uint8_t* data, size_t size) {
@@ -48,7 +73,23 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   if (fd < 0) std::abort();
   ::close(fd);
   scratchPath = pattern;
+  tablePath = pattern + ".DBF";
   std::atexit(removeScratch);
+  table = dbase::DbfFile::create(tablePath,
+                                 {{"NAME", dbase::FieldType::Character, 20, 0},
+                                  {"CITY", dbase::FieldType::Character, 12, 0},
+                                  {"NUM", dbase::FieldType::Numeric, 8, 2},
+                                  {"DAY", dbase::FieldType::Date, 8, 0},
+                                  {"FLAG", dbase::FieldType::Logical, 1, 0}},
+                                 0x14, true);
+  std::string row = table->blankRecord();
+  table->append(row);
+  row.replace(1, 20, "Ñandú               ");
+  row.replace(21, 12, "MADRID      ");
+  row.replace(33, 8, "  -12.50");
+  row.replace(41, 8, "20240229");
+  row[49] = 'T';
+  table->append(row);
   return 0;
 }
 
@@ -58,7 +99,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::unique_ptr<dbase::MdxFile> file = dbase::MdxFile::open(scratchPath);
     size_t total = size_t(file->tagIndex("NAME") + 1) + file->changedOnDisk();
     for (size_t t = 0; t < file->tags().size(); ++t) {
-      total += file->tags()[t].name.size() + file->tags()[t].expression.size();
+      total += file->tags()[t].name.size() + evaluate(file->tags()[t].expression) +
+               evaluate(file->tags()[t].forExpression);
       try {
         std::string middle;
         size_t count = 0;

@@ -30,6 +30,8 @@ class ErrorDeUso : public std::runtime_error {
 // faults are thrown (ErrorDeUso, dbase::Error) and reported by main.
 int tabla(const std::vector<std::string>& args);
 int anadir(const std::vector<std::string>& args);
+// Writes a table's production index whole (the tags it had, or those given).
+int reindexar(const std::vector<std::string>& args);
 // The searches of the address controller over an alias or folder: exit 1
 // when they find nothing.
 int municipio(const std::vector<std::string>& args);

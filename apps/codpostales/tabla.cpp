@@ -12,6 +12,10 @@
 #include "dbase/core/dbf_file.h"
 #include "dbase/core/error.h"
 #include "dbase/core/field_value.h"
+#include "dbase/core/key_expression.h"
+#include "dbase/core/mdx_file.h"
+#include "dbase/core/mdx_tag.h"
+#include "dbase/core/mdx_tags.h"
 
 namespace cli {
 
@@ -73,9 +77,6 @@ OpcionesTabla leeOpciones(const std::vector<std::string>& args) {
   if (o.ayuda) return o;
   if (o.fichero.empty()) throw ErrorDeUso("tabla: falta el fichero .DBF");
   if (!o.buscar.empty() && o.orden.empty()) throw ErrorDeUso("--buscar necesita --orden (los campos de la búsqueda)");
-  if (o.buscar.size() > o.orden.size())
-    throw ErrorDeUso("--buscar se da " + std::to_string(o.buscar.size()) + " veces y --orden tiene " +
-                     std::to_string(o.orden.size()) + " campos");
   if (o.exacto && o.buscar.empty()) throw ErrorDeUso("--exacto sin --buscar");
   return o;
 }
@@ -91,13 +92,57 @@ std::vector<int> indicesDeCampos(const dbase::DbfFile& tabla, const std::vector<
   return indices;
 }
 
+// --orden: one name that is a tag of the table's production index orders by
+// that tag (saying so when it is a field too); otherwise field names.
+// Returns how many values a search on the order takes.
+size_t ordena(dbase::Cursor& cursor, const std::vector<std::string>& orden) {
+  dbase::DbfFile& tabla = cursor.file();
+  if (orden.size() == 1) {
+    dbase::MdxTags& mdx = dbase::MdxTags::of(tabla);
+    if (mdx.has(orden[0])) {
+      dbase::MdxTag* tag = mdx.tag(orden[0]);
+      if (tabla.fieldIndex(orden[0]) >= 0)
+        std::fprintf(stderr, "codpostales: --orden %s: se ordena por el índice %s del MDX (%s), no por el campo\n",
+                     orden[0].c_str(), tag->info().name.c_str(), tag->info().expression.c_str());
+      cursor.setOrder(*tag, tag->expression().fields());
+      return tag->expression().fields().size();
+    }
+  }
+  cursor.setOrder(indicesDeCampos(tabla, orden, "--orden"));
+  return orden.size();
+}
+
 std::string hex2(unsigned valor) {
   char texto[8];
   std::snprintf(texto, sizeof texto, "0x%02X", valor & 0xFFu);
   return texto;
 }
 
-void muestraInfo(const dbase::DbfFile& tabla) {
+// "índice: NOMBRE  EXPRESIÓN [PARA CONDICIÓN]  (C 20, único, descendente)"
+void anadeIndices(dbase::DbfFile& tabla, std::string& s) {
+  dbase::MdxTags& mdx = dbase::MdxTags::of(tabla);
+  if (!mdx.problem().empty()) s += "aviso: " + mdx.problem() + "\n";
+  if (!mdx.present()) return;
+  s += "índices: " + std::to_string(mdx.tags().size()) + " (" + mdx.path() + ")\n";
+  for (const auto& t : mdx.tags()) {
+    char tipo[32];
+    std::snprintf(tipo, sizeof tipo, "%c %u", t.keyType, unsigned(t.keyLength));
+    std::string linea = "índice: " + t.name + "  " + t.expression;
+    if (!t.forExpression.empty()) linea += " PARA " + t.forExpression;
+    linea += "  (" + std::string(tipo);
+    if (t.unique) linea += ", único";
+    if (t.descending) linea += ", descendente";
+    linea += ")";
+    try {
+      mdx.tag(t.name);
+    } catch (const dbase::Error& e) {
+      linea += "  inservible: " + e.fault();
+    }
+    s += linea + "\n";
+  }
+}
+
+void muestraInfo(dbase::DbfFile& tabla) {
   int anio = 0, mes = 0, dia = 0;
   tabla.lastUpdate(anio, mes, dia);
   char fecha[32];
@@ -119,6 +164,7 @@ void muestraInfo(const dbase::DbfFile& tabla) {
                   f.length, f.decimals);
     s += linea;
   }
+  anadeIndices(tabla, s);
   escribe(s);
 }
 
@@ -144,7 +190,10 @@ int tabla(const std::vector<std::string>& args) {
   }
 
   dbase::Cursor cursor(fichero);
-  cursor.setOrder(indicesDeCampos(*fichero, o.orden, "--orden"));
+  const size_t camposDelOrden = ordena(cursor, o.orden);
+  if (o.buscar.size() > camposDelOrden)
+    throw ErrorDeUso("--buscar se da " + std::to_string(o.buscar.size()) + " veces y el orden tiene " +
+                     std::to_string(camposDelOrden) + " campos");
   if (o.filtro) {
     try {
       cursor.setFilter(*o.filtro);

@@ -5,6 +5,8 @@
 #include "dbase/core/cursor.h"
 #include "dbase/core/dbf_file.h"
 #include "dbase/core/field_value.h"
+#include "dbase/core/mdx_tag.h"
+#include "dbase/core/mdx_tags.h"
 
 using dbase::Error;
 using dbase::ErrorKind;
@@ -143,23 +145,37 @@ void TTable::AddIndexDef(const QString& name, const QStringList& fields) {
 QStringList TTable::IndexDefNames() const {
   QStringList names;
   for (const auto& def : indexDefs_) names << def.name;
+  if (Active())
+    for (const auto& tag : dbase::MdxTags::of(cursor_->file()).tags())
+      if (!names.contains(qtext(tag.name), Qt::CaseInsensitive)) names << qtext(tag.name);
   return names;
 }
 
-QStringList TTable::IndexFields() const {
+const TTable::IndexDef* TTable::declaredIndex(const QString& name) const {
   for (const auto& def : indexDefs_)
-    if (def.name.compare(indexName_, Qt::CaseInsensitive) == 0) return def.fields;
-  return {};
+    if (def.name.compare(name, Qt::CaseInsensitive) == 0) return &def;
+  return nullptr;
+}
+
+dbase::MdxTag* TTable::productionTag(const QString& name) const {
+  if (!Active() || name.isEmpty()) return nullptr;
+  return dbase::MdxTags::of(cursor_->file()).tag(utf8(name));
+}
+
+QStringList TTable::IndexFields() const {
+  if (const IndexDef* def = declaredIndex(indexName_)) return def->fields;
+  QStringList fields;
+  if (dbase::MdxTag* tag = productionTag(indexName_))
+    for (int f : tag->expression().fields()) fields << qtext(cursor_->file().fields()[size_t(f)].name);
+  return fields;
 }
 
 void TTable::SetIndexName(const QString& name) {
   // Choosing the tag in force again changes nothing, the position included.
   if (name.compare(indexName_, Qt::CaseInsensitive) == 0) return;
-  if (!name.isEmpty()) {
-    bool known = false;
-    for (const auto& def : indexDefs_) known = known || def.name.compare(name, Qt::CaseInsensitive) == 0;
-    if (!known) throw Error(ErrorKind::InvalidArgument, utf8(tableName_), "índice desconocido: " + utf8(name));
-  }
+  if (!name.isEmpty() && !declaredIndex(name) &&
+      !(Active() && dbase::MdxTags::of(cursor_->file()).has(utf8(name))))
+    throw Error(ErrorKind::InvalidArgument, utf8(tableName_), "índice desconocido: " + utf8(name));
   indexName_ = name;
   if (Active()) {
     checkBrowseMode();
@@ -246,21 +262,33 @@ void TTable::Close() {
   notifyDataSet();
 }
 
+// A tag the table's production index holds is served from it; one it lacks
+// is built in memory from the fields declared for it.
 void TTable::applyIndex() {
-  std::vector<int> order;
-  if (!indexName_.isEmpty()) {
-    for (const auto& def : indexDefs_) {
-      if (def.name.compare(indexName_, Qt::CaseInsensitive) != 0) continue;
-      for (const QString& field : def.fields) {
-        int index = cursor_->file().fieldIndex(utf8(field.trimmed()));
-        if (index < 0)
-          throw Error(ErrorKind::InvalidArgument, cursor_->file().name(),
-                      "el índice " + utf8(def.name) + " usa el campo " + utf8(field) + ", que no existe");
-        order.push_back(index);
-      }
-    }
+  if (dbase::MdxTag* tag = productionTag(indexName_)) {
+    std::vector<int> fields;
+    if (const IndexDef* def = declaredIndex(indexName_))
+      fields = fieldIndexes(*def);
+    else
+      fields = tag->expression().fields();
+    cursor_->setOrder(*tag, fields);
+    return;
   }
+  std::vector<int> order;
+  if (const IndexDef* def = declaredIndex(indexName_)) order = fieldIndexes(*def);
   cursor_->setOrder(order);
+}
+
+std::vector<int> TTable::fieldIndexes(const IndexDef& def) const {
+  std::vector<int> order;
+  for (const QString& field : def.fields) {
+    int index = cursor_->file().fieldIndex(utf8(field.trimmed()));
+    if (index < 0)
+      throw Error(ErrorKind::InvalidArgument, cursor_->file().name(),
+                  "el índice " + utf8(def.name) + " usa el campo " + utf8(field) + ", que no existe");
+    order.push_back(index);
+  }
+  return order;
 }
 
 void TTable::applyFilter() { cursor_->setFilter(filtered_ ? utf8(filter_) : std::string()); }

@@ -24,6 +24,7 @@
 namespace dbase {
 class Cursor;
 class DbfFile;
+class MdxTag;
 struct FieldDescriptor;
 }  // namespace dbase
 
@@ -161,6 +162,10 @@ class TTable : public QObject {
   void requireActive() const;
   void checkBrowseMode();
   void applyIndex();
+  struct IndexDef;
+  const IndexDef* declaredIndex(const QString& name) const;
+  std::vector<int> fieldIndexes(const IndexDef& def) const;
+  dbase::MdxTag* productionTag(const QString& name) const;
   void applyFilter();
   void calculate();
   void afterMove();

@@ -684,6 +684,27 @@ void DbfFile::update(uint32_t recno, std::string_view record) {
   for (auto& l : listeners_) l->rowChanged(recno, old.data());
 }
 
+void DbfFile::setProductionIndexFlags(bool present, const std::vector<bool>& fieldKeyedAlone) {
+  if (!writable_) throw Error(ErrorKind::Io, name_, "la tabla es de sólo lectura");
+  // Field descriptors first, the header's flag last: until it is set no
+  // program looks for the index.
+  for (size_t i = 0; i < fields_.size(); ++i) {
+    const char flag = (i < fieldKeyedAlone.size() && fieldKeyedAlone[i]) ? 1 : 0;
+    const size_t at = 32 + 32 * i + 31;
+    if (at < header_.size() && header_[at] == flag) continue;
+    writeAt(at, &flag, 1);
+    if (at < header_.size()) header_[at] = flag;
+  }
+  const char flag = present ? 1 : 0;
+  writeAt(kOffProductionMdx, &flag, 1);
+  if (header_.size() > size_t(kOffProductionMdx)) header_[kOffProductionMdx] = flag;
+  productionMdx_ = present;
+  ownWritesSinceStat_ = true;
+  ++generation_;
+  ++rewriteGeneration_;
+  for (auto& l : listeners_) l->checkDisk();
+}
+
 void DbfFile::syncWithDisk() {
   bool listenersChanged = false;
   for (auto& l : listeners_) listenersChanged |= l->checkDisk();

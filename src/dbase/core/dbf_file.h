@@ -91,6 +91,9 @@ class DbfFile {
   // header update: bulk loads. Returns the number of the first new row.
   uint32_t appendMany(std::string_view records);
   void update(uint32_t recno, std::string_view record);
+  // Marks in the header whether a production index goes with the table and
+  // which fields a tag keys alone, as dBase does when it writes the index.
+  void setProductionIndexFlags(bool present, const std::vector<bool>& fieldKeyedAlone);
 
   uint64_t generation() const { return generation_; }
   uint64_t rewriteGeneration() const { return rewriteGeneration_; }

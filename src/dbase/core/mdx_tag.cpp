@@ -1,0 +1,257 @@
+#include "dbase/core/mdx_tag.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+#include "dbase/core/codepage.h"
+#include "dbase/core/collation.h"
+#include "dbase/core/dbf_file.h"
+#include "dbase/core/error.h"
+#include "dbase/core/field_value.h"
+#include "dbase/core/mdx_key.h"
+#include "dbase/core/key_expression.h"
+
+namespace dbase {
+
+namespace {
+
+// A double as eight bytes whose memcmp order is the numbers' order.
+void appendOrderedDouble(double v, std::string& out) {
+  if (v == 0) v = 0.0;  // -0 sorts as 0
+  uint64_t bits = std::bit_cast<uint64_t>(v);
+  bits = (bits & 0x8000000000000000ull) ? ~bits : bits | 0x8000000000000000ull;
+  for (int shift = 56; shift >= 0; shift -= 8) out.push_back(char(uint8_t(bits >> shift)));
+}
+
+}  // namespace
+
+std::vector<uint32_t> keyPieces(const KeyExpression& expression) {
+  if (expression.type() != 'C') return {};
+  std::vector<uint32_t> cuts{0, expression.keyLength()};
+  for (int f : expression.fields()) {
+    const auto span = expression.span(f);
+    if (!span) return {};
+    cuts.push_back(span->first);
+    cuts.push_back(span->first + span->second);
+  }
+  std::sort(cuts.begin(), cuts.end());
+  cuts.erase(std::unique(cuts.begin(), cuts.end()), cuts.end());
+  if (cuts.back() != expression.keyLength()) return {};
+  return cuts;
+}
+
+void appendMdxOrderKey(const Collation& collation, char keyType, bool descending,
+                       const std::vector<uint32_t>& pieces, std::string_view stored, std::string& out) {
+  const size_t start = out.size();
+  switch (keyType) {
+    case 'N':
+      appendOrderedDouble(stored.size() >= kBcdKeyLength ? bcdValue(stored.data()) : 0.0, out);
+      break;
+    case 'D':
+      appendOrderedDouble(stored.size() >= kDateKeyLength ? dayKeyValue(stored.data()) : 0.0, out);
+      break;
+    default:
+      if (pieces.size() < 2 || pieces.back() != stored.size()) {
+        collation.appendKey(stored, out);
+        break;
+      }
+      for (size_t i = 0; i + 1 < pieces.size(); ++i)
+        collation.appendKey(stored.substr(pieces[i], pieces[i + 1] - pieces[i]), out);
+  }
+  if (descending)
+    for (size_t i = start; i < out.size(); ++i) out[i] = char(~uint8_t(out[i]));
+}
+
+MdxTag::MdxTag(const DbfFile& file, const MdxTagInfo& info, KeyExpression expression)
+    : file_(file), info_(info), expression_(std::move(expression)), pieces_(keyPieces(expression_)) {}
+
+MdxTag::~MdxTag() = default;
+
+void MdxTag::reset(const MdxFile& mdx, size_t index, KeyExpression expression) {
+  mdx_ = &mdx;
+  index_ = index;
+  info_ = mdx.tags()[index];
+  expression_ = std::move(expression);
+  pieces_ = keyPieces(expression_);
+  loaded_ = false;
+}
+
+void MdxTag::appendOrderKey(std::string_view stored, std::string& out) const {
+  appendMdxOrderKey(file_.collation(), info_.keyType, info_.descending, pieces_, stored, out);
+}
+
+void MdxTag::ensureLoaded() {
+  if (!loaded_) load();
+}
+
+void MdxTag::load() {
+  order_.clear();
+  keys_.clear();
+  keyStart_.assign(1, 0);
+  const uint32_t count = file_.recordCount();
+  rank_.assign(size_t(count) + 1, kAbsent);
+  if (mdx_) {
+    mdx_->walk(index_, [&](std::string_view key, uint32_t recno) {
+      // A key for a row past the table's end or held twice is the index
+      // file's fault; a deleted row is one the view does not show.
+      if (recno == 0 || recno > count || rank_[recno] != kAbsent || file_.isDeleted(recno)) return;
+      rank_[recno] = uint32_t(order_.size());
+      order_.push_back(recno);
+      appendOrderKey(key, keys_);
+      keyStart_.push_back(uint32_t(keys_.size()));
+    });
+  }
+  everyLiveRow_ = order_.size() == size_t(count - file_.deletedCount());
+  loaded_ = true;
+}
+
+void MdxTag::retire() {
+  mdx_ = nullptr;
+  loaded_ = false;
+}
+
+size_t MdxTag::size() {
+  ensureLoaded();
+  return order_.size();
+}
+
+uint32_t MdxTag::recnoAt(size_t rank) {
+  ensureLoaded();
+  return order_[rank];
+}
+
+std::string_view MdxTag::keyOf(uint32_t recno) {
+  ensureLoaded();
+  if (recno >= rank_.size() || rank_[recno] == kAbsent) return {};
+  const uint32_t r = rank_[recno];
+  return std::string_view(keys_).substr(keyStart_[r], keyStart_[r + 1] - keyStart_[r]);
+}
+
+size_t MdxTag::rankOf(uint32_t recno) {
+  ensureLoaded();
+  if (recno >= rank_.size() || rank_[recno] == kAbsent) return order_.size();
+  return rank_[recno];
+}
+
+size_t MdxTag::lowerBound(std::string_view key) {
+  ensureLoaded();
+  size_t lo = 0, hi = order_.size();
+  while (lo < hi) {
+    const size_t mid = (lo + hi) / 2;
+    const std::string_view k = std::string_view(keys_).substr(keyStart_[mid], keyStart_[mid + 1] - keyStart_[mid]);
+    if (k < key)
+      lo = mid + 1;
+    else
+      hi = mid;
+  }
+  return lo;
+}
+
+void MdxTag::appendAll(std::vector<uint32_t>& out) {
+  ensureLoaded();
+  out.insert(out.end(), order_.begin(), order_.end());
+}
+
+bool MdxTag::holdsEveryLiveRow() const { return loaded_ ? everyLiveRow_ : info_.forExpression.empty() && !info_.unique; }
+
+bool MdxTag::searchKey(const std::vector<int>& fields, const std::vector<std::string>& values, bool partial,
+                       std::string& key) {
+  // A row holding the values, every other field blank.
+  std::string record = file_.blankRecord();
+  bool possible = true;
+  const size_t n = std::min(fields.size(), values.size());
+  std::vector<size_t> givenBytes(n, 0);  // the last value's length in the table's code page
+  for (size_t i = 0; i < n; ++i) {
+    const FieldDescriptor& f = file_.fields()[size_t(fields[i])];
+    const std::string& value = values[i];
+    switch (f.type) {
+      case FieldType::Character:
+      case FieldType::Memo: {
+        std::string bytes;
+        if (!file_.codePage().tryEncode(value, bytes)) {
+          possible = false;
+          bytes.clear();
+          for (size_t cut = value.size(); cut > 0; --cut)
+            if (file_.codePage().tryEncode(std::string_view(value).substr(0, cut), bytes)) break;
+        }
+        if (bytes.size() > f.length) bytes.resize(f.length);
+        std::memcpy(record.data() + f.offset, bytes.data(), bytes.size());
+        givenBytes[i] = bytes.size();
+        break;
+      }
+      case FieldType::Numeric:
+      case FieldType::Float: {
+        const auto number = parseNumber(value);
+        if (number) {
+          try {
+            setFieldNumber(f, record.data(), *number, file_.name());
+          } catch (const Error&) {
+            possible = false;
+          }
+        } else if (!trimBlanks(value).empty()) {
+          possible = false;
+        }
+        break;
+      }
+      case FieldType::Logical: {
+        const std::string_view t = trimBlanks(value);
+        if (!t.empty()) record[f.offset] = t[0];
+        break;
+      }
+      case FieldType::Date: {
+        const std::string_view t = trimBlanks(value);
+        std::memcpy(record.data() + f.offset, t.data(), std::min<size_t>(t.size(), f.length));
+        break;
+      }
+    }
+  }
+  std::string stored;
+  expression_.appendKey(record.data(), stored);
+  if (!partial && n >= expression_.fields().size()) {
+    appendOrderKey(stored, key);  // every field given, whole: the whole key
+  } else if (!appendPieceSearchKey(stored, std::vector<int>(fields.begin(), fields.begin() + long(n)), givenBytes,
+                                   partial, key)) {
+    // Fields that do not lead the key, or a key not laid out field by field:
+    // the whole key, blanks where nothing was given, nearest at best.
+    appendOrderKey(stored, key);
+  }
+  return possible;
+}
+
+bool MdxTag::appendPieceSearchKey(std::string_view stored, const std::vector<int>& fields,
+                                  const std::vector<size_t>& givenBytes, bool partial, std::string& key) const {
+  if (pieces_.size() < 2 || fields.empty()) return false;
+  // The pieces in order: constants go in whole; each field's piece must be
+  // the next field given.
+  std::string pieceKey;
+  size_t next = 0;  // the next field given
+  for (size_t i = 0; i + 1 < pieces_.size() && next < fields.size(); ++i) {
+    const uint32_t from = pieces_[i], to = pieces_[i + 1];
+    int owner = -1;
+    for (int f : expression_.fields()) {
+      const auto span = expression_.span(f);
+      if (span && span->first <= from && from < span->first + span->second) owner = f;
+    }
+    const std::string_view piece = stored.substr(from, to - from);
+    if (owner < 0) {
+      file_.collation().appendKey(piece, pieceKey);
+      continue;
+    }
+    if (owner != fields[next]) return false;
+    const auto span = expression_.span(owner);
+    const bool last = next + 1 == fields.size();
+    if (last && partial)
+      file_.collation().appendPrefixKey(piece.substr(0, std::min<size_t>(givenBytes[next], piece.size())), pieceKey);
+    else
+      file_.collation().appendKey(piece, pieceKey);
+    if (to == span->first + span->second) ++next;
+  }
+  if (next < fields.size()) return false;
+  if (info_.descending)
+    for (char& c : pieceKey) c = char(~uint8_t(c));
+  key += pieceKey;
+  return true;
+}
+
+}  // namespace dbase

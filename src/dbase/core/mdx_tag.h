@@ -1,0 +1,90 @@
+// A tag of a table's production index file, served as the file orders it.
+//
+// The first question loads the tag: one walk of its B-tree gives the rows in
+// the order the file keeps them (the order every dBase program walking the
+// tag sees), each with a key that memcmp orders as the tag does (character
+// keys by the table's collation, numbers and dates as numbers, descending
+// tags inverted), so the cursor's searches work on it as on any tag. Rows the
+// tag leaves out (a FOR condition, a unique tag's later duplicates) and
+// deleted rows are not in it. It loads again after the index file changes.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "dbase/core/key_expression.h"
+#include "dbase/core/mdx_file.h"
+#include "dbase/core/tag.h"
+
+namespace dbase {
+
+class Collation;
+class DbfFile;
+
+// Where a character key splits into the places its fields (and constants)
+// take: the offsets of the pieces, 0 first and the key's length last. Empty
+// when the expression does not lay its fields out at fixed places; the key
+// is then one piece.
+std::vector<uint32_t> keyPieces(const KeyExpression& expression);
+
+// The orderable form of a key as an index file stores it: memcmp orders it
+// as the tag does (character keys piece by piece by the collation, each piece
+// self-delimiting as the engine's own compound keys are, so a search can stop
+// after any field; numbers and dates as numbers; inverted for a descending
+// tag).
+void appendMdxOrderKey(const Collation& collation, char keyType, bool descending,
+                       const std::vector<uint32_t>& pieces, std::string_view stored, std::string& out);
+
+class MdxTag final : public Tag {
+ public:
+  // `expression` compiled against the table.
+  MdxTag(const DbfFile& file, const MdxTagInfo& info, KeyExpression expression);
+  ~MdxTag() override;
+
+  const MdxTagInfo& info() const { return info_; }
+  const KeyExpression& expression() const { return expression_; }
+  // Read from this index file from now on (the old one changed on disk),
+  // where the tag has this place and expression.
+  void reset(const MdxFile& mdx, size_t index, KeyExpression expression);
+  // The index file no longer has the tag: it holds no rows from now on.
+  void retire();
+
+  size_t size() override;
+  uint32_t recnoAt(size_t rank) override;
+  size_t lowerBound(std::string_view key) override;
+  size_t rankOf(uint32_t recno) override;
+  std::string_view keyOf(uint32_t recno) override;
+  void appendAll(std::vector<uint32_t>& out) override;
+  bool holdsEveryLiveRow() const override;
+  // The key is what the tag's expression gives for a row holding the values,
+  // cut after the last field given for a partial search.
+  bool searchKey(const std::vector<int>& fields, const std::vector<std::string>& values, bool partial,
+                 std::string& key) override;
+
+ private:
+  void ensureLoaded();
+  void load();
+  void appendOrderKey(std::string_view stored, std::string& out) const;
+  // The search key piece by piece, when the fields given are the key's
+  // leading fields in order; false otherwise.
+  bool appendPieceSearchKey(std::string_view stored, const std::vector<int>& fields,
+                            const std::vector<size_t>& givenBytes, bool partial, std::string& key) const;
+
+  const DbfFile& file_;
+  MdxTagInfo info_;
+  KeyExpression expression_;
+  std::vector<uint32_t> pieces_;
+  const MdxFile* mdx_ = nullptr;
+  size_t index_ = 0;
+  bool loaded_ = false;
+  bool everyLiveRow_ = true;
+  std::vector<uint32_t> order_;        // record numbers by rank
+  std::vector<uint32_t> rank_;         // rank by record number (kAbsent when not held)
+  std::vector<uint32_t> keyStart_;     // by rank: where its key starts in keys_ (one more than order_)
+  std::string keys_;
+  static constexpr uint32_t kAbsent = ~uint32_t(0);
+};
+
+}  // namespace dbase
