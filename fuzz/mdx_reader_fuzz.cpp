@@ -84,7 +84,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
                                  0x14, true);
   std::string row = table->blankRecord();
   table->append(row);
-  row.replace(1, 20, "Ñandú               ");
+  row.replace(1, 20, "Nandu de la Sierra  ");
   row.replace(21, 12, "MADRID      ");
   row.replace(33, 8, "  -12.50");
   row.replace(41, 8, "20240229");
