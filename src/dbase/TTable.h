@@ -86,7 +86,9 @@ class TTable : public QObject {
   QStringList IndexDefNames() const;
   QString IndexName() const { return indexName_; }
   void SetIndexName(const QString& name);  // "" = physical order
-  QStringList IndexFields() const;         // fields of the index in force
+  // Fields of the index in force: those declared for it, or for a tag of
+  // the production index declared nowhere, those its expression reads.
+  QStringList IndexFields() const;
   TField* AddField(const QString& name);   // a persistent field object
   TField* AddCalcField(const QString& name, int size);
   std::function<void(TTable*)> OnCalcFields;

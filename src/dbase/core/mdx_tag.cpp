@@ -4,13 +4,13 @@
 #include <bit>
 #include <cstring>
 
-#include "dbase/core/codepage.h"
 #include "dbase/core/collation.h"
 #include "dbase/core/dbf_file.h"
 #include "dbase/core/error.h"
 #include "dbase/core/field_value.h"
-#include "dbase/core/mdx_key.h"
 #include "dbase/core/key_expression.h"
+#include "dbase/core/mdx_key.h"
+#include "dbase/core/sort_key.h"
 
 namespace dbase {
 
@@ -169,13 +169,7 @@ bool MdxTag::searchKey(const std::vector<int>& fields, const std::vector<std::st
       case FieldType::Character:
       case FieldType::Memo: {
         std::string bytes;
-        if (!file_.codePage().tryEncode(value, bytes)) {
-          possible = false;
-          bytes.clear();
-          for (size_t cut = value.size(); cut > 0; --cut)
-            if (file_.codePage().tryEncode(std::string_view(value).substr(0, cut), bytes)) break;
-        }
-        if (bytes.size() > f.length) bytes.resize(f.length);
+        possible &= encodeSearchText(file_, f, value, bytes);
         std::memcpy(record.data() + f.offset, bytes.data(), bytes.size());
         givenBytes[i] = bytes.size();
         break;

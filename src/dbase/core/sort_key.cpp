@@ -92,6 +92,19 @@ void RowKeys::appendKey(const std::vector<int>& fields, std::string& key) {
   }
 }
 
+bool encodeSearchText(const DbfFile& file, const FieldDescriptor& field, std::string_view value, std::string& bytes) {
+  bytes.clear();
+  bool possible = file.codePage().tryEncode(value, bytes);
+  if (!possible) {
+    // Keep the part that can be written; the search lands where it would.
+    bytes.clear();
+    for (size_t cut = value.size(); cut > 0; --cut)
+      if (file.codePage().tryEncode(value.substr(0, cut), bytes)) break;
+  }
+  if (bytes.size() > field.length) bytes.resize(field.length);
+  return possible;
+}
+
 bool appendSearchKey(const DbfFile& file, const std::vector<int>& fields, const std::vector<std::string>& values,
                      bool partial, std::string& key) {
   bool possible = true;
@@ -104,14 +117,7 @@ bool appendSearchKey(const DbfFile& file, const std::vector<int>& fields, const 
       case FieldType::Character:
       case FieldType::Memo: {
         std::string bytes;
-        if (!file.codePage().tryEncode(value, bytes)) {
-          possible = false;
-          // Keep the part that can be written; the search lands where it would.
-          bytes.clear();
-          for (size_t cut = value.size(); cut > 0; --cut)
-            if (file.codePage().tryEncode(std::string_view(value).substr(0, cut), bytes)) break;
-        }
-        if (bytes.size() > f.length) bytes.resize(f.length);
+        possible &= encodeSearchText(file, f, value, bytes);
         if (prefix)
           file.collation().appendPrefixKey(bytes, key);
         else

@@ -40,6 +40,11 @@ class RowKeys {
 // whose field starts with it. Returns false when a value cannot occur in the
 // table at all (a character outside its code page, a non-number for a
 // numeric field); `key` is then the nearest key that keeps the order.
+// A search value for a character field in the table's code page, cut to the
+// field's width. Returns false when the value holds a character the code page
+// cannot: `bytes` is then the longest start of it that can be written.
+bool encodeSearchText(const DbfFile& file, const FieldDescriptor& field, std::string_view value, std::string& bytes);
+
 bool appendSearchKey(const DbfFile& file, const std::vector<int>& fields, const std::vector<std::string>& values,
                      bool partial, std::string& key);
 
