@@ -299,11 +299,11 @@ TEST_F(MdxFileTest, RefusesATruncatedFile) {
   std::string path = writeDeepIndex(dir);
   std::string bytes = readFile(path);
   writeFile(path, bytes.substr(0, 300));
-  expectCorrupt("DEEP.MDX: shorter", [&] { MdxFile::open(path); });
+  expectCorrupt("DEEP.MDX: más corto", [&] { MdxFile::open(path); });
   // Cut inside the tree: the tag header is there, some nodes are not.
   writeFile(path, bytes.substr(0, bytes.size() / 2));
   auto file = MdxFile::open(path);
-  expectCorrupt("tag NAME", [&] { walked(*file, 0); });
+  expectCorrupt("índice NAME", [&] { walked(*file, 0); });
 }
 
 TEST_F(MdxFileTest, ATagHeaderOutsideTheFileSpoilsOnlyThatTag) {
@@ -313,8 +313,8 @@ TEST_F(MdxFileTest, ATagHeaderOutsideTheFileSpoilsOnlyThatTag) {
   auto file = MdxFile::open(path);
   ASSERT_EQ(file->tags().size(), 2u);
   EXPECT_EQ(walked(*file, 0).size(), 10u);
-  EXPECT_NE(file->tagFault(1).find("outside the file"), std::string::npos);
-  expectCorrupt("TWO.MDX: tag SECOND: tag header page 2147483647 is outside the file", [&] { walked(*file, 1); });
+  EXPECT_NE(file->tagFault(1).find("fuera del fichero"), std::string::npos);
+  expectCorrupt("TWO.MDX: índice SECOND: la página de su cabecera, 2147483647, cae fuera del fichero", [&] { walked(*file, 1); });
 }
 
 TEST_F(MdxFileTest, RefusesAChildPointerOutsideTheFile) {
@@ -322,8 +322,8 @@ TEST_F(MdxFileTest, RefusesAChildPointerOutsideTheFile) {
   uint32_t root = MdxFile::open(path)->tags()[0].rootPage;
   patch32(path, uint64_t(root) * 512 + 8, 0xFFFFFFF0);  // a tag claiming billions of pages
   auto file = MdxFile::open(path);
-  expectCorrupt("DEEP.MDX: tag NAME: node page 4294967280 is outside the file", [&] { walked(*file, 0); });
-  expectCorrupt("outside the file", [&] { file->lowerBound(0, "K000001", prefixCompare); });
+  expectCorrupt("DEEP.MDX: índice NAME: la página 4294967280 de un nodo cae fuera del fichero", [&] { walked(*file, 0); });
+  expectCorrupt("fuera del fichero", [&] { file->lowerBound(0, "K000001", prefixCompare); });
 }
 
 TEST_F(MdxFileTest, RefusesALoopBackToAnAncestor) {
@@ -332,8 +332,8 @@ TEST_F(MdxFileTest, RefusesALoopBackToAnAncestor) {
   uint32_t child = read32(path, uint64_t(root) * 512 + 8);
   patch32(path, uint64_t(child) * 512 + 8, root);
   auto file = MdxFile::open(path);
-  expectCorrupt("tag NAME: node page " + std::to_string(root) + " is reached twice", [&] { walked(*file, 0); });
-  expectCorrupt("reached twice", [&] { file->lowerBound(0, "K000001", prefixCompare); });
+  expectCorrupt("índice NAME: la página " + std::to_string(root) + " se alcanza dos veces", [&] { walked(*file, 0); });
+  expectCorrupt("se alcanza dos veces", [&] { file->lowerBound(0, "K000001", prefixCompare); });
 }
 
 TEST_F(MdxFileTest, RefusesANodeClaimingMoreKeysThanFit) {
@@ -341,10 +341,10 @@ TEST_F(MdxFileTest, RefusesANodeClaimingMoreKeysThanFit) {
   uint32_t firstLeaf = read32(path, uint64_t(MdxFile::open(path)->tags()[0].headerPage) * 512 + mdx::kTagFirstLeaf);
   patch32(path, uint64_t(firstLeaf) * 512, 43);
   auto file = MdxFile::open(path);
-  expectCorrupt("tag NAME: node page " + std::to_string(firstLeaf) + " claims 43 keys, more than the 42",
+  expectCorrupt("índice NAME: la página " + std::to_string(firstLeaf) + " dice tener 43 claves, más de las 42",
                 [&] { walked(*file, 0); });
   patch32(path, uint64_t(firstLeaf) * 512, 0xFFFFFFFF);
-  expectCorrupt("claims 4294967295 keys", [&] { walked(*MdxFile::open(path), 0); });
+  expectCorrupt("dice tener 4294967295 claves", [&] { walked(*MdxFile::open(path), 0); });
 }
 
 TEST_F(MdxFileTest, RefusesLeavesAtUnevenDepths) {
@@ -354,7 +354,7 @@ TEST_F(MdxFileTest, RefusesLeavesAtUnevenDepths) {
   uint32_t firstLeaf = read32(path, uint64_t(tag.headerPage) * 512 + mdx::kTagFirstLeaf);
   // The root's first child becomes a leaf from further on.
   patch32(path, uint64_t(tag.rootPage) * 512 + 8, firstLeaf + 2 * 50);
-  expectCorrupt("tag NAME: leaves at uneven depths", [&] { walked(*MdxFile::open(path), 0); });
+  expectCorrupt("índice NAME: hojas a distinta profundidad", [&] { walked(*MdxFile::open(path), 0); });
 }
 
 TEST_F(MdxFileTest, AKeyLengthThatDoesNotFitABlockSpoilsTheTag) {
@@ -363,21 +363,21 @@ TEST_F(MdxFileTest, AKeyLengthThatDoesNotFitABlockSpoilsTheTag) {
   uint32_t header = read32(path, mdx::kOffTagTable + mdx::kSlotHeaderPage);
   patch16(path, uint64_t(header) * 512 + mdx::kTagKeyLength, 2000);
   auto file = MdxFile::open(path);
-  expectCorrupt("TWO.MDX: tag FIRST: key length 2000 does not fit a 1024-byte block", [&] { walked(*file, 0); });
+  expectCorrupt("TWO.MDX: índice FIRST: una clave de 2000 bytes no cabe en un bloque de 1024 bytes", [&] { walked(*file, 0); });
   EXPECT_EQ(walked(*file, 1).size(), 10u);
   // Keys per node beyond what a block holds.
   writeMdx(path, "TWO", 0x1B, {numberedTag("FIRST", 10)});
   patch16(path, uint64_t(header) * 512 + mdx::kTagMaxKeys, 60);
-  expectCorrupt("tag FIRST: 60 keys per node do not fit", [&] { walked(*MdxFile::open(path), 0); });
+  expectCorrupt("índice FIRST: 60 claves por nodo no caben", [&] { walked(*MdxFile::open(path), 0); });
 }
 
 TEST_F(MdxFileTest, RefusesABlockSizeOfZero) {
   std::string path = writeDeepIndex(dir);
   patch16(path, mdx::kOffBlockPages, 0);
-  expectCorrupt("DEEP.MDX: block size of 0 pages", [&] { MdxFile::open(path); });
+  expectCorrupt("DEEP.MDX: bloques de 0 páginas", [&] { MdxFile::open(path); });
   patch16(path, mdx::kOffBlockPages, 2);
   patch16(path, mdx::kOffBlockBytes, 0);
-  expectCorrupt("DEEP.MDX: block size of 0 bytes", [&] { MdxFile::open(path); });
+  expectCorrupt("DEEP.MDX: bloques de 0 bytes", [&] { MdxFile::open(path); });
 }
 
 TEST_F(MdxFileTest, RefusesBadDefinitionsWithoutTouchingTheFile) {

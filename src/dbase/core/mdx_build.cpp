@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <cctype>
-#include <numeric>
+#include <exception>
+#include <thread>
 #include <set>
 #include <string_view>
 
@@ -74,13 +75,30 @@ MdxTagBuild buildTag(const DbfFile& file, const TagDefinition& def) {
     auto orderedOf = [&](size_t i) {
       return std::string_view(ordered).substr(orderedAt[i], orderedAt[i + 1] - orderedAt[i]);
     };
-    std::vector<uint32_t> byKey(rows.size());
-    std::iota(byKey.begin(), byKey.end(), 0u);
-    std::stable_sort(byKey.begin(), byKey.end(), [&](uint32_t a, uint32_t b) { return orderedOf(a) < orderedOf(b); });
+    // Sorted on the first eight bytes of the orderable key held beside each
+    // row, the whole key only where those are equal; equal keys keep the
+    // rows' order.
+    struct Entry {
+      uint64_t head;
+      uint32_t row;
+    };
+    std::vector<Entry> byKey(rows.size());
+    for (uint32_t i = 0; i < rows.size(); ++i) {
+      const std::string_view k = orderedOf(i);
+      uint64_t head = 0;
+      for (size_t b = 0; b < 8; ++b) head = head << 8 | (b < k.size() ? uint8_t(k[b]) : 0);
+      byKey[i] = {head, i};
+    }
+    std::sort(byKey.begin(), byKey.end(), [&](const Entry& a, const Entry& b) {
+      if (a.head != b.head) return a.head < b.head;
+      const int c = orderedOf(a.row).compare(orderedOf(b.row));
+      return c < 0 || (c == 0 && a.row < b.row);
+    });
     tag.entries.reserve(byKey.size());
     for (size_t i = 0; i < byKey.size(); ++i) {
-      if (def.unique && i > 0 && orderedOf(byKey[i]) == orderedOf(byKey[i - 1])) continue;
-      tag.entries.emplace_back(stored.substr(size_t(byKey[i]) * key.keyLength(), key.keyLength()), rows[byKey[i]]);
+      const uint32_t at = byKey[i].row;
+      if (def.unique && i > 0 && orderedOf(at) == orderedOf(byKey[i - 1].row)) continue;
+      tag.entries.emplace_back(stored.substr(size_t(at) * key.keyLength(), key.keyLength()), rows[at]);
     }
     return tag;
   } catch (const Error& e) {
@@ -115,9 +133,25 @@ void rebuildProductionIndex(DbfFile& file, const std::vector<TagDefinition>& tag
     if (!names.insert(name).second) throw Error(ErrorKind::InvalidArgument, file.name(), "índice repetido: " + name);
   }
   file.syncWithDisk();
-  std::vector<MdxTagBuild> built;
-  built.reserve(tags.size());
-  for (const TagDefinition& def : tags) built.push_back(buildTag(file, def));
+  // The tags are independent: each is built on a thread of its own, as many
+  // at once as there are processors.
+  std::vector<MdxTagBuild> built(tags.size());
+  std::vector<std::exception_ptr> failed(tags.size());
+  const size_t width = std::max(1u, std::min(std::thread::hardware_concurrency(), 8u));
+  for (size_t from = 0; from < tags.size(); from += width) {
+    std::vector<std::thread> workers;
+    for (size_t i = from; i < std::min(tags.size(), from + width); ++i)
+      workers.emplace_back([&, i] {
+        try {
+          built[i] = buildTag(file, tags[i]);
+        } catch (...) {
+          failed[i] = std::current_exception();
+        }
+      });
+    for (auto& w : workers) w.join();
+  }
+  for (const auto& f : failed)
+    if (f) std::rethrow_exception(f);
 
   writeMdx(MdxTags::pathFor(file.path()), baseName(file.path()), file.languageDriver(), built);
 

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 
 #include "dbase/core/error.h"
 #include "dbase/core/mdx_format.h"
@@ -70,16 +71,16 @@ class MdxFile::Cursor {
       : file_(file), tag_(tag), seen_(size_t(file.fileSize_ / kPageBytes) + 1, false) {}
 
   [[noreturn]] void fail(const std::string& what) const {
-    throw Error(ErrorKind::Corrupt, file_.name_, "tag " + tag_.name + ": " + what);
+    throw Error(ErrorKind::Corrupt, file_.name_, "índice " + tag_.name + ": " + what);
   }
 
   // Reads the node at page and pushes it on the path.
   void enter(uint32_t page) {
     if (!file_.pageInFile(page))
-      fail("node page " + std::to_string(page) + " is outside the file (" + std::to_string(file_.fileSize_) +
+      fail("la página " + std::to_string(page) + " de un nodo cae fuera del fichero (" + std::to_string(file_.fileSize_) +
            " bytes)");
-    if (seen_[page]) fail("node page " + std::to_string(page) + " is reached twice (a loop among pages)");
-    if (path.size() >= kMaxDepth) fail("the tree is deeper than " + std::to_string(kMaxDepth) + " levels");
+    if (seen_[page]) fail("la página " + std::to_string(page) + " se alcanza dos veces (un bucle entre páginas)");
+    if (path.size() >= kMaxDepth) fail("el árbol tiene más de " + std::to_string(kMaxDepth) + " niveles");
     seen_[page] = true;
     Frame frame;
     frame.page = page;
@@ -88,14 +89,14 @@ class MdxFile::Cursor {
     frame.n = get32(frame.block.data());
     if (frame.n > tag_.maxKeys ||
         kNodeHeaderBytes + uint64_t(frame.n) * tag_.itemLength + 4 > file_.blockBytes_)
-      fail("node page " + std::to_string(page) + " claims " + std::to_string(frame.n) + " keys, more than the " +
-           std::to_string(tag_.maxKeys) + " that fit");
+      fail("la página " + std::to_string(page) + " dice tener " + std::to_string(frame.n) + " claves, más de las " +
+           std::to_string(tag_.maxKeys) + " que caben");
     frame.leaf = get32(frame.block.data() + kNodeHeaderBytes + frame.n * tag_.itemLength) == 0;
     if (frame.leaf) {
       if (leafDepth_ < 0) leafDepth_ = int(path.size());
       if (leafDepth_ != int(path.size()))
-        fail("leaves at uneven depths (page " + std::to_string(page) + " at " + std::to_string(path.size()) +
-             ", others at " + std::to_string(leafDepth_) + ")");
+        fail("hojas a distinta profundidad (la página " + std::to_string(page) + " a " + std::to_string(path.size()) +
+             ", otras a " + std::to_string(leafDepth_) + ")");
     }
     path.push_back(std::move(frame));
   }
@@ -111,7 +112,7 @@ class MdxFile::Cursor {
   }
   uint32_t recno(const Frame& f, uint32_t i) const {
     uint32_t r = pointer(f, i);
-    if (r == 0) fail("leaf page " + std::to_string(f.page) + " holds record number 0");
+    if (r == 0) fail("la hoja de la página " + std::to_string(f.page) + " apunta al registro 0");
     return r;
   }
 
@@ -154,7 +155,7 @@ std::unique_ptr<MdxFile> MdxFile::open(const std::string& path) {
   file->path_ = path;
   file->name_ = baseName(path);
   file->fd_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (file->fd_ < 0) throw Error(ErrorKind::Io, file->name_, systemError("cannot open"));
+  if (file->fd_ < 0) throw Error(ErrorKind::Io, file->name_, systemError("no se puede abrir"));
   file->load();
   return file;
 }
@@ -169,12 +170,12 @@ bool MdxFile::pageInFile(uint32_t page) const {
 
 void MdxFile::readBlock(uint32_t page, unsigned char* into, const std::string& tagName) const {
   if (!readAt(fd_, uint64_t(page) * kPageBytes, into, blockBytes_))
-    throw Error(ErrorKind::Io, name_, "tag " + tagName + ": " + systemError("cannot read page"));
+    throw Error(ErrorKind::Io, name_, "índice " + tagName + ": " + systemError("no se puede leer una página"));
 }
 
 void MdxFile::load() {
   struct stat st {};
-  if (::fstat(fd_, &st) != 0) throw Error(ErrorKind::Io, name_, systemError("cannot stat"));
+  if (::fstat(fd_, &st) != 0) throw Error(ErrorKind::Io, name_, systemError("no se puede consultar"));
   fileSize_ = uint64_t(st.st_size);
   modifiedNs_ = modifiedNs(st);
   inode_ = uint64_t(st.st_ino);
@@ -182,33 +183,33 @@ void MdxFile::load() {
 
   auto corrupt = [&](const std::string& what) { return Error(ErrorKind::Corrupt, name_, what); };
   if (fileSize_ < kFileHeaderBytes)
-    throw corrupt("shorter (" + std::to_string(fileSize_) + " bytes) than an index header");
+    throw corrupt("más corto (" + std::to_string(fileSize_) + " bytes) que una cabecera de índice");
   unsigned char header[kFileHeaderBytes];
-  if (!readAt(fd_, 0, header, sizeof header)) throw Error(ErrorKind::Io, name_, systemError("cannot read"));
+  if (!readAt(fd_, 0, header, sizeof header)) throw Error(ErrorKind::Io, name_, systemError("no se puede leer"));
 
   const uint8_t version = header[kOffVersion];
-  if (version != 2 && version != 3) throw corrupt("not a dBase IV index (version byte " + std::to_string(version) + ")");
+  if (version != 2 && version != 3) throw corrupt("no es un índice de dBase IV (byte de versión " + std::to_string(version) + ")");
   blockPages_ = get16(header + kOffBlockPages);
   if (blockPages_ == 0 || blockPages_ > kMaxBlockPages)
-    throw corrupt("block size of " + std::to_string(blockPages_) + " pages (1 to 32 allowed)");
+    throw corrupt("bloques de " + std::to_string(blockPages_) + " páginas (se admiten de 1 a 32)");
   blockBytes_ = blockPages_ * kPageBytes;
   if (get16(header + kOffBlockBytes) != blockBytes_)
-    throw corrupt("block size of " + std::to_string(get16(header + kOffBlockBytes)) + " bytes disagrees with " +
-                  std::to_string(blockPages_) + " pages");
+    throw corrupt("bloques de " + std::to_string(get16(header + kOffBlockBytes)) + " bytes, que no son " +
+                  std::to_string(blockPages_) + " páginas");
   const uint32_t slotLength = header[kOffSlotLength];
   const uint32_t slotCount = header[kOffSlotCount];
   const uint32_t tagCount = get16(header + kOffTagsInUse);
-  if (slotLength < kSlotBytes) throw corrupt("tag table slots of " + std::to_string(slotLength) + " bytes");
+  if (slotLength < kSlotBytes) throw corrupt("entradas de la tabla de índices de " + std::to_string(slotLength) + " bytes");
   if (tagCount > kMaxTags || tagCount > slotCount)
-    throw corrupt(std::to_string(tagCount) + " tags in use, more than the table holds");
+    throw corrupt(std::to_string(tagCount) + " índices en uso, más de los que caben en su tabla");
   if (kFileHeaderBytes + uint64_t(tagCount) * slotLength > fileSize_)
-    throw corrupt("the tag table runs past the end of the file");
+    throw corrupt("la tabla de índices pasa del final del fichero");
   languageDriver_ = header[kOffLanguageDriver];
   tableName_ = cString(header + kOffTableName, kTableNameBytes);
 
   std::vector<unsigned char> table(size_t(tagCount) * slotLength);
   if (!table.empty() && !readAt(fd_, kOffTagTable, table.data(), table.size()))
-    throw Error(ErrorKind::Io, name_, systemError("cannot read the tag table"));
+    throw Error(ErrorKind::Io, name_, systemError("no se puede leer la tabla de índices"));
   for (size_t i = 0; i < tagCount; ++i) loadTag(i, table.data() + i * slotLength);
 }
 
@@ -221,11 +222,11 @@ void MdxFile::loadTag(size_t slot, const unsigned char* entry) {
   std::string fault;
   auto record = [&](const std::string& what) {
     tags_.push_back(tag);
-    faults_.push_back("tag " + (tag.name.empty() ? "#" + std::to_string(slot + 1) : tag.name) + ": " + what);
+    faults_.push_back("índice " + (tag.name.empty() ? "#" + std::to_string(slot + 1) : tag.name) + ": " + what);
   };
-  if (tag.name.empty()) return record("no name in its slot");
+  if (tag.name.empty()) return record("sin nombre en su entrada");
   if (!pageInFile(tag.headerPage))
-    return record("tag header page " + std::to_string(tag.headerPage) + " is outside the file (" +
+    return record("la página de su cabecera, " + std::to_string(tag.headerPage) + ", cae fuera del fichero (" +
                   std::to_string(fileSize_) + " bytes)");
 
   // The header is one block, but its FOR text lies past the first 512 bytes.
@@ -233,7 +234,7 @@ void MdxFile::loadTag(size_t slot, const unsigned char* entry) {
   const uint64_t at = uint64_t(tag.headerPage) * kPageBytes;
   const size_t available = size_t(std::min<uint64_t>(h.size(), fileSize_ - at));
   if (!readAt(fd_, at, h.data(), available))
-    throw Error(ErrorKind::Io, name_, "tag " + tag.name + ": " + systemError("cannot read its header"));
+    throw Error(ErrorKind::Io, name_, "índice " + tag.name + ": " + systemError("no se puede leer su cabecera"));
 
   tag.rootPage = get32(h.data() + kTagRoot);
   const uint8_t format = h[kTagFormat];
@@ -248,19 +249,19 @@ void MdxFile::loadTag(size_t slot, const unsigned char* entry) {
   if (h[kTagHasFor]) tag.forExpression = cString(h.data() + kTagForExpression, kExpressionBytes);
 
   if (tag.keyType != 'C' && tag.keyType != 'N' && tag.keyType != 'D')
-    return record("unknown key type " + std::to_string(uint8_t(tag.keyType)));
+    return record("tipo de clave desconocido " + std::to_string(uint8_t(tag.keyType)));
   if (tag.keyLength == 0 || uint32_t(tag.keyLength) + 4 + 12 > blockBytes_)
-    return record("key length " + std::to_string(tag.keyLength) + " does not fit a " + std::to_string(blockBytes_) +
-                  "-byte block");
-  if (tag.keyLength > kMaxKeyLength) return record("key length " + std::to_string(tag.keyLength) + " above 100");
+    return record("una clave de " + std::to_string(tag.keyLength) + " bytes no cabe en un bloque de " + std::to_string(blockBytes_) +
+                  " bytes");
+  if (tag.keyLength > kMaxKeyLength) return record("clave de " + std::to_string(tag.keyLength) + " bytes, más de 100");
   if (tag.itemLength < tag.keyLength + 4 || uint32_t(tag.itemLength) + 12 > blockBytes_)
-    return record("item length " + std::to_string(tag.itemLength) + " does not fit key length " +
-                  std::to_string(tag.keyLength) + " in a " + std::to_string(blockBytes_) + "-byte block");
+    return record("entradas de " + std::to_string(tag.itemLength) + " bytes, que no caben claves de " +
+                  std::to_string(tag.keyLength) + " in a " + std::to_string(blockBytes_) + " bytes");
   if (tag.maxKeys == 0 || 12 + uint64_t(tag.maxKeys) * tag.itemLength > blockBytes_)
-    return record(std::to_string(tag.maxKeys) + " keys per node do not fit a " + std::to_string(blockBytes_) +
-                  "-byte block");
+    return record(std::to_string(tag.maxKeys) + " claves por nodo no caben en un bloque de " + std::to_string(blockBytes_) +
+                  " bytes");
   if (!pageInFile(tag.rootPage))
-    return record("root page " + std::to_string(tag.rootPage) + " is outside the file (" + std::to_string(fileSize_) +
+    return record("la página raíz, " + std::to_string(tag.rootPage) + ", cae fuera del fichero (" + std::to_string(fileSize_) +
                   " bytes)");
   tags_.push_back(std::move(tag));
   faults_.emplace_back();
@@ -278,7 +279,7 @@ int MdxFile::tagIndex(std::string_view name) const {
 
 const MdxTagInfo& MdxFile::usableTag(size_t tag) const {
   if (tag >= tags_.size())
-    throw Error(ErrorKind::InvalidArgument, name_, "no tag number " + std::to_string(tag));
+    throw Error(ErrorKind::InvalidArgument, name_, "no hay índice número " + std::to_string(tag));
   if (!faults_[tag].empty()) throw Error(ErrorKind::Corrupt, name_, faults_[tag]);
   return tags_[tag];
 }
@@ -319,12 +320,22 @@ std::optional<std::pair<std::string, uint32_t>> MdxFile::lowerBound(size_t tag, 
   return std::nullopt;
 }
 
+namespace {
+constexpr int64_t kTimesSettleNs = 2000000000;  // two seconds
+}  // namespace
+
 bool MdxFile::changedOnDisk() const {
   struct stat st {};
   if (::stat(path_.c_str(), &st) != 0) return true;
   if (uint64_t(st.st_size) != fileSize_ || modifiedNs(st) != modifiedNs_ || uint64_t(st.st_ino) != inode_ ||
       uint64_t(st.st_dev) != device_)
     return true;
+  // File times tick coarsely: a change made in the same tick as our reading
+  // leaves them as they were. Only then are the tags' change counters read.
+  struct timespec now {};
+  clock_gettime(CLOCK_REALTIME, &now);
+  const int64_t nowNs = int64_t(now.tv_sec) * 1000000000 + now.tv_nsec;
+  if (nowNs - modifiedNs_ > kTimesSettleNs) return false;
   for (size_t i = 0; i < tags_.size(); ++i) {
     if (!faults_[i].empty()) continue;
     unsigned char serial = 0;

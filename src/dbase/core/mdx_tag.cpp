@@ -158,7 +158,9 @@ bool MdxTag::holdsEveryLiveRow() const { return loaded_ ? everyLiveRow_ : info_.
 bool MdxTag::searchKey(const std::vector<int>& fields, const std::vector<std::string>& values, bool partial,
                        std::string& key) {
   // A row holding the values, every other field blank.
-  std::string record = file_.blankRecord();
+  if (blank_.size() != file_.recordLength()) blank_ = file_.blankRecord();
+  std::string& record = scratchRecord_;
+  record.assign(blank_);
   bool possible = true;
   const size_t n = std::min(fields.size(), values.size());
   std::vector<size_t> givenBytes(n, 0);  // the last value's length in the table's code page
@@ -200,7 +202,8 @@ bool MdxTag::searchKey(const std::vector<int>& fields, const std::vector<std::st
       }
     }
   }
-  std::string stored;
+  std::string& stored = scratchKey_;
+  stored.clear();
   expression_.appendKey(record.data(), stored);
   if (!partial && n >= expression_.fields().size()) {
     appendOrderKey(stored, key);  // every field given, whole: the whole key

@@ -84,6 +84,8 @@ class MdxTag final : public Tag {
   std::vector<uint32_t> rank_;         // rank by record number (kAbsent when not held)
   std::vector<uint32_t> keyStart_;     // by rank: where its key starts in keys_ (one more than order_)
   std::string keys_;
+  // Reused by every search: a blank row, the row searched for, its key.
+  std::string blank_, scratchRecord_, scratchKey_;
   static constexpr uint32_t kAbsent = ~uint32_t(0);
 };
 

@@ -64,7 +64,7 @@ class TempFile {
   TempFile(const std::string& target, const std::string& name) : name_(name) {
     path_ = target + ".tmpXXXXXX";
     fd_ = ::mkstemp(path_.data());
-    if (fd_ < 0) fail("cannot create a temporary file beside it");
+    if (fd_ < 0) fail("no se puede crear un fichero temporal a su lado");
     // The new file takes the old one's permissions, or the usual ones.
     struct stat st {};
     mode_t mode;
@@ -90,13 +90,13 @@ class TempFile {
   // Flushes, syncs and renames over target, then syncs the folder.
   void commit(const std::string& target) {
     flush();
-    if (::fsync(fd_) != 0) fail("cannot flush the temporary file to disk");
+    if (::fsync(fd_) != 0) fail("no se puede llevar el fichero temporal al disco");
     if (::close(fd_) != 0) {
       fd_ = -1;
-      fail("cannot close the temporary file");
+      fail("no se puede cerrar el fichero temporal");
     }
     fd_ = -1;
-    if (::rename(path_.c_str(), target.c_str()) != 0) fail("cannot put the new file in place");
+    if (::rename(path_.c_str(), target.c_str()) != 0) fail("no se puede poner el fichero nuevo en su lugar");
     kept_ = true;
     int dir = ::open(folderOf(target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (dir >= 0) {
@@ -111,7 +111,7 @@ class TempFile {
     while (done < buffer_.size()) {
       ssize_t n = ::write(fd_, buffer_.data() + done, buffer_.size() - done);
       if (n < 0 && errno == EINTR) continue;
-      if (n <= 0) fail("cannot write the temporary file");
+      if (n <= 0) fail("no se puede escribir el fichero temporal");
       done += size_t(n);
     }
     buffer_.clear();
@@ -155,30 +155,30 @@ TreeShape shapeOf(const MdxTagBuild& tag, uint32_t blockBytes) {
 void validate(const std::string& name, const std::vector<MdxTagBuild>& tags, uint16_t blockPages) {
   auto bad = [&](const std::string& what) { return Error(ErrorKind::InvalidArgument, name, what); };
   if (blockPages < 1 || blockPages > kMaxBlockPages)
-    throw bad("block size of " + std::to_string(blockPages) + " pages (1 to 32 allowed)");
-  if (tags.size() > kMaxTags) throw bad(std::to_string(tags.size()) + " tags, more than the 47 an index holds");
+    throw bad("bloques de " + std::to_string(blockPages) + " páginas (se admiten de 1 a 32)");
+  if (tags.size() > kMaxTags) throw bad(std::to_string(tags.size()) + " índices, más de los 47 que caben");
   std::set<std::string> names;
   for (const MdxTagBuild& t : tags) {
     const std::string tagName = upper(t.name);
-    auto badTag = [&](const std::string& what) { return bad("tag " + tagName + ": " + what); };
+    auto badTag = [&](const std::string& what) { return bad("índice " + tagName + ": " + what); };
     if (tagName.empty() || tagName.size() > kMaxNameLength || !isFieldName(tagName))
-      throw badTag("a tag name is 1 to 10 letters, digits or _, starting with a letter");
-    if (!names.insert(tagName).second) throw badTag("two tags of that name");
-    if (t.keyType != 'C' && t.keyType != 'N' && t.keyType != 'D') throw badTag("key type must be C, N or D");
-    if (t.keyLength == 0 || t.keyLength > kMaxKeyLength) throw badTag("key length must be 1 to 100");
+      throw badTag("el nombre ha de tener de 1 a 10 letras, cifras o _, empezando por letra");
+    if (!names.insert(tagName).second) throw badTag("hay dos índices con ese nombre");
+    if (t.keyType != 'C' && t.keyType != 'N' && t.keyType != 'D') throw badTag("el tipo de clave ha de ser C, N o D");
+    if (t.keyLength == 0 || t.keyLength > kMaxKeyLength) throw badTag("la clave ha de tener de 1 a 100 bytes");
     if ((t.keyType == 'N' && t.keyLength != 12) || (t.keyType == 'D' && t.keyLength != 8))
-      throw badTag("numeric keys are 12 bytes long, date keys 8");
+      throw badTag("las claves numéricas tienen 12 bytes y las de fecha 8");
     if (t.expression.empty() || t.expression.size() >= kExpressionBytes)
-      throw badTag("the key expression must be 1 to 219 characters");
-    if (t.forExpression.size() >= kExpressionBytes) throw badTag("the FOR condition is longer than 219 characters");
+      throw badTag("la expresión ha de tener de 1 a 219 caracteres");
+    if (t.forExpression.size() >= kExpressionBytes) throw badTag("la condición FOR tiene más de 219 caracteres");
     if (!t.forExpression.empty() && blockPages < 2)
-      throw badTag("a FOR condition needs blocks of at least 2 pages");
+      throw badTag("una condición FOR necesita bloques de 2 páginas o más");
     if (t.expression.find('\0') != std::string::npos || t.forExpression.find('\0') != std::string::npos)
-      throw badTag("NUL in an expression");
+      throw badTag("un NUL en una expresión");
     for (const auto& [key, recno] : t.entries) {
       if (key.size() != t.keyLength)
-        throw badTag("a key of " + std::to_string(key.size()) + " bytes, not " + std::to_string(t.keyLength));
-      if (recno == 0) throw badTag("record number 0");
+        throw badTag("una clave de " + std::to_string(key.size()) + " bytes, no de " + std::to_string(t.keyLength));
+      if (recno == 0) throw badTag("registro número 0");
     }
   }
 }
@@ -204,7 +204,7 @@ void writeMdx(const std::string& path, std::string_view dbfBaseName, uint8_t lan
     headerPageOf.push_back(uint32_t(totalPages));
     totalPages += uint64_t(blockPages) * (1 + shapes.back().nodes);
   }
-  if (totalPages > UINT32_MAX) throw Error(ErrorKind::InvalidArgument, name, "the index would exceed 2^32 pages");
+  if (totalPages > UINT32_MAX) throw Error(ErrorKind::InvalidArgument, name, "el índice pasaría de 2^32 páginas");
 
   // File header and tag table.
   std::vector<unsigned char> head(size_t(headerPages) * kPageBytes, 0);

@@ -1,0 +1,165 @@
+// Tags served from a production index file: writing the index whole, opening
+// a table with a tag of its index in force, searching and walking through it.
+// The street tables get the four tags the street look-up declares, written
+// by rebuildProductionIndex with the expressions an installation would use.
+#include <benchmark/benchmark.h>
+
+#include <filesystem>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "comun.h"
+#include "dbase/core/cursor.h"
+#include "dbase/core/dbf_file.h"
+#include "dbase/core/field_value.h"
+#include "dbase/core/key_expression.h"
+#include "dbase/core/mdx_build.h"
+#include "dbase/core/mdx_tag.h"
+#include "dbase/core/mdx_tags.h"
+
+using dbase::Cursor;
+using dbase::DbfFile;
+
+namespace {
+
+const std::vector<dbase::TagDefinition> kTagsCalles = {
+    {"VIA", "PROVINCIA+CAPITAL+VIA+TIPO_VIA", "", false, false},
+    {"MUNICIPI", "MUNICIPI", "", false, false},
+    {"COD_INE", "COD_INE", "", false, false},
+    {"SOLOVIA", "VIA", "", false, false}};
+
+// A copy of the table in the temporary folder with its index written, once.
+std::string conIndice(const std::string& origen, const std::string& nombre) {
+  const std::string copia = bench::temporal() + "/" + nombre;
+  if (!std::filesystem::exists(copia)) {
+    bench::copiaEnTemporal(origen, nombre);
+    auto f = DbfFile::open(copia);
+    dbase::rebuildProductionIndex(*f, kTagsCalles);
+  }
+  return copia;
+}
+
+dbase::MdxTag& tagDe(DbfFile& f, const char* nombre) { return *dbase::MdxTags::of(f).tag(nombre); }
+
+// The whole index written from the rows: keys evaluated, sorted, B-trees
+// packed, the file synced and renamed over the old one.
+void reindexar(benchmark::State& state, std::string origen) {
+  const std::string copia = bench::copiaEnTemporal(origen, "POSTAL95.DBF");
+  auto f = DbfFile::open(copia);
+  for (auto _ : state) dbase::rebuildProductionIndex(*f, kTagsCalles);
+  state.counters["filas"] = double(f->recordCount());
+  state.counters["filas_por_s"] =
+      benchmark::Counter(double(f->recordCount()), benchmark::Counter::kIsIterationInvariantRate);
+}
+
+// Open as the street look-up does: the file, its index, the VIA tag in force
+// and the cursor on its first row.
+void abrirConVia(benchmark::State& state, std::string origen) {
+  const std::string copia = conIndice(origen, "POSTAL94.DBF");
+  std::weak_ptr<DbfFile> visto;
+  for (auto _ : state) {
+    auto f = DbfFile::open(copia);
+    {
+      dbase::MdxTag& via = tagDe(*f, "VIA");
+      Cursor c(f);
+      c.setOrder(via, via.expression().fields());
+      c.first();
+      benchmark::DoNotOptimize(c.recno());
+    }
+    visto = f;
+    f.reset();
+    if (!bench::compruebaLiberado(state, visto)) return;
+  }
+}
+
+// One timed search per iteration on the VIA tag of the index, keys from
+// random rows; partial: the first 1 to 8 characters of the street.
+void buscar(benchmark::State& state, bool exacta) {
+  const std::string copia = conIndice(bench::callejeroDeFilas(1000000), "POSTAL93.DBF");
+  auto f = DbfFile::open(copia);
+  dbase::MdxTag& via = tagDe(*f, "VIA");
+  const std::vector<int> campos = via.expression().fields();
+  Cursor c(f);
+  c.setOrder(via, campos);
+  std::vector<std::vector<std::string>> claves;
+  std::mt19937 rng(7);
+  for (uint32_t r : bench::filasAlAzar(*f, 4096)) {
+    std::vector<std::string> v;
+    for (int i : campos) v.push_back(dbase::fieldText(f->fields()[size_t(i)], f->record(r), f->codePage()));
+    if (!exacta) {
+      v.resize(3);  // province, capital, street (partial)
+      std::string& calle = v.back();
+      size_t chars = 1 + rng() % 8, at = 0;
+      while (at < calle.size() && chars > 0) {
+        ++at;
+        while (at < calle.size() && (static_cast<unsigned char>(calle[at]) & 0xC0) == 0x80) ++at;
+        --chars;
+      }
+      calle.resize(at);
+    }
+    claves.push_back(std::move(v));
+  }
+  std::vector<double> muestras;
+  muestras.reserve(size_t(state.max_iterations));
+  size_t i = 0, encontradas = 0;
+  for (auto _ : state) {
+    const auto& k = claves[i++ % claves.size()];
+    const auto t0 = bench::Reloj::now();
+    const bool ok = c.seek(k, exacta);
+    const auto t1 = bench::Reloj::now();
+    encontradas += ok;
+    muestras.push_back(bench::ns(t0, t1));
+  }
+  if (exacta && encontradas != i) state.SkipWithError("una búsqueda exacta de una clave de la tabla falló");
+  state.counters["filas"] = double(f->recordCount());
+  bench::ponPercentiles(state, muestras);
+}
+
+// Every row in the VIA tag's order, the tag read from its index file first
+// (a fresh open each time).
+void recorrerVia(benchmark::State& state, std::string origen) {
+  const std::string copia = conIndice(origen, "POSTAL94.DBF");
+  auto f = DbfFile::open(copia);
+  size_t filas = 0;
+  for (auto _ : state) {
+    dbase::MdxTag& via = tagDe(*f, "VIA");
+    f->syncWithDisk();
+    Cursor c(f);
+    c.setOrder(via, via.expression().fields());
+    filas = 0;
+    for (c.first(); !c.eof(); c.next()) ++filas;
+    benchmark::DoNotOptimize(filas);
+    state.PauseTiming();
+    dbase::MdxTags::of(*f).rowsReloaded();  // the next walk reads the index file again
+    state.ResumeTiming();
+  }
+  state.counters["filas"] = double(filas);
+  state.counters["filas_por_s"] = benchmark::Counter(double(filas), benchmark::Counter::kIsIterationInvariantRate);
+}
+
+void registra() {
+  const std::string calles = bench::mayorCallejero();
+  const std::string nombreCalles = std::filesystem::path(calles).filename().string();
+  using benchmark::RegisterBenchmark;
+  auto ms = [](benchmark::internal::Benchmark* b) { b->Unit(benchmark::kMillisecond)->UseRealTime(); };
+  dbase::DbfFile::setCacheLimit(0);  // every open reads the file
+
+  RegisterBenchmark("mdx/reindexar_4_tags/POSTAL00_1M",
+                    [](benchmark::State& s) { reindexar(s, bench::callejeroDeFilas(1000000)); })
+      ->Unit(benchmark::kMillisecond)
+      ->UseRealTime()
+      ->Iterations(3);
+  ms(RegisterBenchmark(("mdx/reindexar_4_tags/" + nombreCalles).c_str(), reindexar, calles));
+  ms(RegisterBenchmark(("mdx/abrir_con_VIA/" + nombreCalles).c_str(), abrirConVia, calles));
+  ms(RegisterBenchmark(("mdx/recorrer_VIA/" + nombreCalles).c_str(), recorrerVia, calles));
+  auto us = [](benchmark::internal::Benchmark* b) {
+    b->Unit(benchmark::kMicrosecond)->Iterations(100000)->UseRealTime();
+  };
+  us(RegisterBenchmark("mdx/buscar_exacta/POSTAL00_1M/VIA", [](benchmark::State& s) { buscar(s, true); }));
+  us(RegisterBenchmark("mdx/buscar_parcial/POSTAL00_1M/VIA", [](benchmark::State& s) { buscar(s, false); }));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) { return bench::principal(argc, argv, registra); }
