@@ -604,6 +604,16 @@ void DbfFile::writeHeaderCountAndDate() {
   if (header_.size() >= kOffUpdateDate + sizeof h) std::memcpy(header_.data() + kOffUpdateDate, h, sizeof h);
 }
 
+// A row rewritten in place changes only the date: the count is the append
+// lock holder's to write, and ours may be older than another program's.
+void DbfFile::writeHeaderDate() {
+  unsigned char h[3];
+  todayAsHeaderDate(h);
+  writeAt(kOffUpdateDate, h, sizeof h);
+  std::memcpy(date_, h, 3);
+  if (header_.size() >= kOffUpdateDate + sizeof h) std::memcpy(header_.data() + kOffUpdateDate, h, sizeof h);
+}
+
 uint32_t DbfFile::append(std::string_view record) {
   if (record.size() != recordLength_) throw Error(ErrorKind::InvalidArgument, name_, "registro de longitud errónea");
   return appendMany(record);
@@ -667,7 +677,7 @@ void DbfFile::update(uint32_t recno, std::string_view record) {
   deleted_ -= isDeleted(recno);
   std::memcpy(row, record.data(), record.size());
   deleted_ += isDeleted(recno);
-  writeHeaderCountAndDate();
+  writeHeaderDate();
   ++generation_;
   ++rewriteGeneration_;
   for (auto& l : listeners_) l->rowChanged(recno, old.data());

@@ -165,6 +165,7 @@ class DbfFile {
   void checkWritable() const;
   void writeAt(uint64_t offset, const void* data, size_t size);
   void writeHeaderCountAndDate();
+  void writeHeaderDate();
   bool settleForCache();
   bool reusable();
   bool sameBytesOnDisk(int fd) const;
