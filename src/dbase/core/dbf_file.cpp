@@ -17,11 +17,13 @@
 #include <map>
 #include <mutex>
 #include <new>
+#include <optional>
 #include <system_error>
 #include <thread>
 
 #include "dbase/core/codepage.h"
 #include "dbase/core/collation.h"
+#include "dbase/core/dbase_locks.h"
 #include "dbase/core/error.h"
 #include "dbase/core/path.h"
 
@@ -31,8 +33,6 @@ namespace {
 
 // dBase caps a table at a billion rows (its lock range is that wide).
 constexpr uint64_t kMaxRecords = 1000000000ull;
-// The append lock of dBase / BDE: one byte past the record lock range.
-constexpr off_t kAppendLockOffset = 0xEFFFFFFFll;
 
 // The cache of closed files: its default budget, and a cap on the files
 // (each keeps a descriptor open).
@@ -83,26 +83,6 @@ bool knownVersion(uint8_t v) {
 }
 
 bool knownType(char t) { return t && std::strchr("CNFLDM", t); }
-
-// Holds the dBase append lock for the lifetime of the object. Open file
-// description locks, so closing another descriptor of the file keeps it.
-class AppendLock {
- public:
-  explicit AppendLock(int fd) : fd_(fd) { set(F_WRLCK); }
-  ~AppendLock() { set(F_UNLCK); }
-
- private:
-  void set(short type) {
-    struct flock lock {};
-    lock.l_type = type;
-    lock.l_whence = SEEK_SET;
-    lock.l_start = kAppendLockOffset;
-    lock.l_len = 1;
-    while (fcntl(fd_, F_OFD_SETLKW, &lock) == -1 && errno == EINTR) {
-    }
-  }
-  int fd_;
-};
 
 // Today's date as the header stores it; worked out again once a second at most.
 void todayAsHeaderDate(unsigned char out[3]) {
@@ -624,6 +604,16 @@ void DbfFile::writeHeaderCountAndDate() {
   if (header_.size() >= kOffUpdateDate + sizeof h) std::memcpy(header_.data() + kOffUpdateDate, h, sizeof h);
 }
 
+// A row rewritten in place changes only the date: the count is the append
+// lock holder's to write, and ours may be older than another program's.
+void DbfFile::writeHeaderDate() {
+  unsigned char h[3];
+  todayAsHeaderDate(h);
+  writeAt(kOffUpdateDate, h, sizeof h);
+  std::memcpy(date_, h, 3);
+  if (header_.size() >= kOffUpdateDate + sizeof h) std::memcpy(header_.data() + kOffUpdateDate, h, sizeof h);
+}
+
 uint32_t DbfFile::append(std::string_view record) {
   if (record.size() != recordLength_) throw Error(ErrorKind::InvalidArgument, name_, "registro de longitud errónea");
   return appendMany(record);
@@ -634,18 +624,26 @@ uint32_t DbfFile::appendMany(std::string_view records) {
   if (records.empty() || records.size() % recordLength_ != 0)
     throw Error(ErrorKind::InvalidArgument, name_, "registros de longitud errónea");
   const uint64_t adding = records.size() / recordLength_;
-  AppendLock lock(fd_);
   // Another program may have appended meanwhile (the size shows it; with the
   // lock held nobody is halfway) or replaced the file. After our own writes,
   // the times would only show those, and asking for them makes the next
   // write stamp the file anew (fine-grained times): size and inode only.
-  struct statx sx {};
-  if (!ownWritesSinceStat_ ||
-      statx(AT_FDCWD, path_.c_str(), 0, STATX_INO | STATX_SIZE, &sx) != 0 || sx.stx_size != disk_.size ||
-      sx.stx_ino != disk_.inode || makedev(sx.stx_dev_major, sx.stx_dev_minor) != disk_.device)
-    syncWithDisk();
+  // A file replaced is opened anew, and its lock taken on it again.
+  std::optional<AppendLock> lock;
+  for (int lockedFd = -1; lockedFd != fd_;) {
+    lock.reset();
+    lockedFd = fd_;
+    lock.emplace(fd_, name_);
+    struct statx sx {};
+    if (!ownWritesSinceStat_ ||
+        statx(AT_FDCWD, path_.c_str(), 0, STATX_INO | STATX_SIZE, &sx) != 0 || sx.stx_size != disk_.size ||
+        sx.stx_ino != disk_.inode || makedev(sx.stx_dev_major, sx.stx_dev_minor) != disk_.device)
+      syncWithDisk();
+  }
+  checkWritable();  // what was read anew may say otherwise
   if (count_ + adding > kMaxRecords) throw Error(ErrorKind::NotSupported, name_, "la tabla está llena");
   const uint32_t first = count_ + 1;
+  lock->lockNextRecord(first);
   // Rows and end-of-file byte in one write, before the count: invariant (1).
   const uint64_t offset = headerLength_ + uint64_t(count_) * recordLength_;
   char end = char(kEndOfFile);
@@ -671,6 +669,7 @@ void DbfFile::update(uint32_t recno, std::string_view record) {
   checkWritable();
   if (recno < 1 || recno > count_) throw Error(ErrorKind::InvalidArgument, name_, "registro inexistente");
   if (record.size() != recordLength_) throw Error(ErrorKind::InvalidArgument, name_, "registro de longitud errónea");
+  RecordLock lock(fd_, name_, recno);
   writeAt(headerLength_ + uint64_t(recno - 1) * recordLength_, record.data(), record.size());
   std::string old(record.size(), ' ');
   char* row = rows_.data() + size_t(recno - 1) * recordLength_;
@@ -678,7 +677,7 @@ void DbfFile::update(uint32_t recno, std::string_view record) {
   deleted_ -= isDeleted(recno);
   std::memcpy(row, record.data(), record.size());
   deleted_ += isDeleted(recno);
-  writeHeaderCountAndDate();
+  writeHeaderDate();
   ++generation_;
   ++rewriteGeneration_;
   for (auto& l : listeners_) l->rowChanged(recno, old.data());

@@ -15,6 +15,9 @@
 //       the same rewriteGeneration only needs to look at appended rows.
 // Another process's changes are noticed by syncWithDisk() (file size, times
 // and inode), which cursors call before searches and walks from the start.
+// Writes take the dBase locks (dbase_locks.h): an append the append lock and
+// the new row's, a rewrite its row's; a write that cannot get its lock in
+// time throws and leaves the file as it was.
 //
 // When the last user lets go of a file, the file (rows and built tags) stays
 // in a process-wide cache of recently closed tables, up to a byte budget
@@ -165,6 +168,7 @@ class DbfFile {
   void checkWritable() const;
   void writeAt(uint64_t offset, const void* data, size_t size);
   void writeHeaderCountAndDate();
+  void writeHeaderDate();
   bool settleForCache();
   bool reusable();
   bool sameBytesOnDisk(int fd) const;
