@@ -129,10 +129,14 @@ void MdxUpdate::setOrder(size_t tag, OrderKey order) {
   // Order keys already worked out under another order are stale.
   for (const auto& node : cache_) {
     if (!node || node->tag != tag) continue;
-    for (Entry& e : node->entries) {
-      e.order.clear();
-      if (state_[tag].order) state_[tag].order(e.key, e.order);
+    Node fresh = *node;
+    fresh.orders.clear();
+    fresh.ends.clear();
+    for (size_t i = 0; i < node->size(); ++i) {
+      if (state_[tag].order && (node->leaf || i + 1 < node->size())) state_[tag].order(node->key(i), fresh.orders);
+      fresh.ends.push_back(uint32_t(fresh.orders.size()));
     }
+    *node = std::move(fresh);
   }
 }
 
@@ -141,13 +145,12 @@ void MdxUpdate::orderOf(size_t tag, std::string_view key, std::string& out) {
   state_[tag].order(key, out);
 }
 
-std::string MdxUpdate::checkedKey(size_t tag, std::string_view key) const {
+void MdxUpdate::checkedKey(size_t tag, std::string_view key) const {
   const uint16_t length = tags_[tag].keyLength;
   if (key.size() != length)
     throw Error(ErrorKind::InvalidArgument, name_,
                 "tag " + tags_[tag].name + ": a key of " + std::to_string(key.size()) + " bytes, not " +
                     std::to_string(length));
-  return std::string(key);
 }
 
 void MdxUpdate::readBlock(uint32_t page, unsigned char* into, size_t tag) const {
@@ -178,17 +181,25 @@ MdxUpdate::Node& MdxUpdate::load(size_t tag, uint32_t page, size_t level) {
     node.word4 = get32(block.data() + 4);
     const uint32_t rightmost = get32(block.data() + kNodeHeaderBytes + n * info.itemLength);
     node.leaf = rightmost == 0;
-    node.entries.resize(node.leaf ? n : n + 1);
+    node.keyLength = info.keyLength;
+    const size_t count = node.leaf ? n : n + 1;
+    node.pointers.reserve(info.maxKeys + 2u);
+    node.ends.reserve(info.maxKeys + 2u);
+    node.keys.reserve((info.maxKeys + 2u) * size_t(info.keyLength));
     for (uint32_t i = 0; i < n; ++i) {
       const unsigned char* item = block.data() + kNodeHeaderBytes + size_t(i) * info.itemLength;
-      Entry& e = node.entries[i];
-      e.pointer = get32(item);
-      if (e.pointer == 0)
-        corrupt(tag, at() + (node.leaf ? " holds record number 0" : " points to page 0"));
-      e.key.assign(reinterpret_cast<const char*>(item + 4), info.keyLength);
-      s.order(e.key, e.order);
+      const uint32_t pointer = get32(item);
+      if (pointer == 0) corrupt(tag, at() + (node.leaf ? " holds record number 0" : " points to page 0"));
+      node.pointers.push_back(pointer);
+      node.keys.append(reinterpret_cast<const char*>(item + 4), info.keyLength);
+      s.order(node.key(i), node.orders);
+      node.ends.push_back(uint32_t(node.orders.size()));
     }
-    if (!node.leaf) node.entries[n].pointer = rightmost;
+    if (count > n) {
+      node.pointers.push_back(rightmost);
+      node.keys.append(info.keyLength, ' ');
+      node.ends.push_back(uint32_t(node.orders.size()));
+    }
     found = &store(page, std::move(node));
   } else if (found->tag != tag) {
     corrupt(tag, at() + " belongs to tag " + tags_[found->tag].name + " too");
@@ -263,6 +274,45 @@ void MdxUpdate::release(size_t tag, uint32_t page) {
   fileChanged_ = true;
 }
 
+void MdxUpdate::Node::insert(size_t i, uint32_t pointer, std::string_view key, std::string_view order) {
+  pointers.insert(pointers.begin() + std::ptrdiff_t(i), pointer);
+  keys.insert(i * keyLength, key.data(), keyLength);
+  const uint32_t from = i == 0 ? 0 : ends[i - 1];
+  orders.insert(from, order.data(), order.size());
+  ends.insert(ends.begin() + std::ptrdiff_t(i), from);
+  for (size_t j = i; j < ends.size(); ++j) ends[j] += uint32_t(order.size());
+}
+
+void MdxUpdate::Node::erase(size_t i) {
+  const uint32_t from = i == 0 ? 0 : ends[i - 1], length = ends[i] - from;
+  pointers.erase(pointers.begin() + std::ptrdiff_t(i));
+  keys.erase(i * keyLength, keyLength);
+  orders.erase(from, length);
+  ends.erase(ends.begin() + std::ptrdiff_t(i));
+  for (size_t j = i; j < ends.size(); ++j) ends[j] -= length;
+}
+
+void MdxUpdate::Node::setKey(size_t i, std::string_view key, std::string_view order) {
+  keys.replace(i * keyLength, keyLength, key.data(), keyLength);
+  const uint32_t from = i == 0 ? 0 : ends[i - 1], length = ends[i] - from;
+  orders.replace(from, length, order.data(), order.size());
+  const int64_t grown = int64_t(order.size()) - int64_t(length);
+  for (size_t j = i; j < ends.size(); ++j) ends[j] = uint32_t(int64_t(ends[j]) + grown);
+}
+
+void MdxUpdate::Node::moveTail(size_t from, Node& to) {
+  const uint32_t start = from == 0 ? 0 : ends[from - 1];
+  const uint32_t base = to.ends.empty() ? 0 : to.ends.back();
+  to.pointers.insert(to.pointers.end(), pointers.begin() + std::ptrdiff_t(from), pointers.end());
+  to.keys.append(keys, from * keyLength);
+  to.orders.append(orders, start);
+  for (size_t j = from; j < ends.size(); ++j) to.ends.push_back(ends[j] - start + base);
+  pointers.resize(from);
+  keys.resize(from * keyLength);
+  orders.resize(start);
+  ends.resize(from);
+}
+
 MdxUpdate::Node& MdxUpdate::store(uint32_t page, Node node) {
   if (page >= cache_.size()) cache_.resize(std::max<size_t>(size_t(page) + 1, cache_.size() * 3 / 2));
   cache_[page] = std::make_unique<Node>(std::move(node));
@@ -300,15 +350,15 @@ void MdxUpdate::flush() {
     } else {
       const Node& node = *cachedNode;
       const MdxTagInfo& info = tags_[node.tag];
-      const size_t n = node.leaf ? node.entries.size() : node.entries.size() - 1;
+      const size_t n = node.leaf ? node.size() : node.size() - 1;
       put32(block.data(), uint32_t(n));
       put32(block.data() + 4, node.word4);
       for (size_t i = 0; i < n; ++i) {
         unsigned char* item = block.data() + kNodeHeaderBytes + i * info.itemLength;
-        put32(item, node.entries[i].pointer);
-        std::memcpy(item + 4, node.entries[i].key.data(), info.keyLength);
+        put32(item, node.pointers[i]);
+        std::memcpy(item + 4, node.key(i).data(), info.keyLength);
       }
-      if (!node.leaf) put32(block.data() + kNodeHeaderBytes + n * info.itemLength, node.entries.back().pointer);
+      if (!node.leaf) put32(block.data() + kNodeHeaderBytes + n * info.itemLength, node.pointers.back());
     }
     if (!writeAt(fd_, uint64_t(page) * kPageBytes, block.data(), block.size())) fail("cannot write a block");
   }

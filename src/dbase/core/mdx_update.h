@@ -69,19 +69,34 @@ class MdxUpdate {
   std::string verify(size_t tag);
 
  private:
-  struct Entry {
-    uint32_t pointer = 0;  // record number in a leaf, child page in an interior node
-    std::string key;       // stored bytes (in an interior node's last entry: unused)
-    std::string order;     // orderable form of key
-  };
+  // One node in memory. Entries lie side by side (pointers, keys, order
+  // keys) so that a search through a node touches a few blocks of memory,
+  // not one allocation per entry. A leaf's entries are its (recno, key)
+  // items; an interior node's are its children, the last one being the
+  // rightmost pointer, whose key is not stored on disk (its slot here is
+  // blank and its order key empty).
   struct Node {
     size_t tag = 0;
     bool leaf = true;
     bool dirty = false;
+    uint16_t keyLength = 0;
     uint32_t word4 = 0;  // kept as read; the left neighbour's page for a split-off right node
-    // A leaf's entries; an interior node's children, the last one being the
-    // rightmost pointer, which has no key on disk.
-    std::vector<Entry> entries;
+    std::vector<uint32_t> pointers;  // record numbers in a leaf, child pages in an interior node
+    std::string keys;                // keyLength bytes each
+    std::string orders;              // order keys one after another
+    std::vector<uint32_t> ends;      // where each order key ends in orders
+
+    size_t size() const { return pointers.size(); }
+    std::string_view key(size_t i) const { return {keys.data() + i * keyLength, keyLength}; }
+    std::string_view order(size_t i) const {
+      const uint32_t from = i == 0 ? 0 : ends[i - 1];
+      return {orders.data() + from, ends[i] - from};
+    }
+    void insert(size_t i, uint32_t pointer, std::string_view key, std::string_view order);
+    void erase(size_t i);
+    void setKey(size_t i, std::string_view key, std::string_view order);
+    // Moves entries [from, size) to the end of `to`.
+    void moveTail(size_t from, Node& to);
   };
   struct TagState {
     std::vector<unsigned char> header;  // the tag header's first bytes as read
@@ -105,17 +120,21 @@ class MdxUpdate {
   void readBlock(uint32_t page, unsigned char* into, size_t tag) const;
   Node& load(size_t tag, uint32_t page, size_t level);
   void orderOf(size_t tag, std::string_view key, std::string& out);
-  std::string checkedKey(size_t tag, std::string_view key) const;
+  void checkedKey(size_t tag, std::string_view key) const;
 
   // Tree walks (mdx_update_tree.cpp).
   uint32_t lastRecno(size_t tag, uint32_t page, size_t level);
   Path descend(size_t tag, std::string_view order, uint32_t recno, bool byRecno);
-  void raiseHigh(Path& path, size_t level, const Entry& high);
+  void raiseHigh(Path& path, size_t level, std::string_view key, std::string_view order);
   void split(size_t tag, Path& path, size_t level);
   void unlink(size_t tag, Path& path, size_t level);
   uint32_t edgeLeaf(size_t tag, bool last);
+  struct Place {  // an entry of a node in the cache
+    const Node* node = nullptr;
+    size_t index = 0;
+  };
   std::string verifyNode(size_t tag, uint32_t page, size_t level, std::unordered_set<uint32_t>& seen,
-                         const Entry*& previous, const Entry*& high);
+                         Place& previous, Place& high);
 
   // Blocks: the free list and the end of the file.
   void loadFreeList(size_t tag);
@@ -148,6 +167,7 @@ class MdxUpdate {
   uint32_t diskFreeHead_ = 0;
   bool freeLoaded_ = false;
   bool fileChanged_ = false;
+  std::string scratch_;  // the order key of the key being inserted or removed
 };
 
 }  // namespace dbase

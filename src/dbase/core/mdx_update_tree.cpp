@@ -5,6 +5,7 @@
 // split may take, and only then changes the nodes in the cache.
 #include <algorithm>
 #include <iterator>
+#include <string>
 
 #include "dbase/core/error.h"
 #include "dbase/core/mdx_format.h"
@@ -26,8 +27,8 @@ int compareEntry(std::string_view order, uint32_t recno, std::string_view entryO
 uint32_t MdxUpdate::lastRecno(size_t tag, uint32_t page, size_t level) {
   for (;; ++level) {
     const Node& node = load(tag, page, level);
-    if (node.leaf) return node.entries.empty() ? 0 : node.entries.back().pointer;
-    page = node.entries.back().pointer;
+    if (node.leaf) return node.size() == 0 ? 0 : node.pointers.back();
+    page = node.pointers.back();
   }
 }
 
@@ -43,31 +44,36 @@ MdxUpdate::Path MdxUpdate::descend(size_t tag, std::string_view order, uint32_t 
     // The first child whose highest key is at or after the one sought; with
     // a record number, among children whose highest key equals it, the first
     // whose last record number is not below it.
-    const auto keyed = node.entries.begin(), keyedEnd = node.entries.end() - 1;
-    auto lessOrder = [](const Entry& e, std::string_view o) { return std::string_view(e.order) < o; };
-    auto at = std::lower_bound(keyed, keyedEnd, order, lessOrder);
-    if (byRecno) {
-      auto equalEnd = std::upper_bound(at, keyedEnd, order,
-                                       [](std::string_view o, const Entry& e) { return o < std::string_view(e.order); });
-      at = std::partition_point(at, equalEnd, [&](const Entry& e) { return lastRecno(tag, e.pointer, level + 1) < recno; });
+    size_t lo = 0, hi = node.size() - 1;
+    while (lo < hi) {
+      const size_t mid = (lo + hi) / 2;
+      if (node.order(mid) < order) lo = mid + 1;
+      else hi = mid;
     }
-    const size_t child = size_t(at - node.entries.begin());
-    path.push_back({page, child, &node});
-    page = node.entries[child].pointer;
+    if (byRecno) {
+      size_t end = lo;
+      while (end + 1 < node.size() && node.order(end) == order) ++end;
+      while (lo < end) {
+        const size_t mid = (lo + end) / 2;
+        if (lastRecno(tag, node.pointers[mid], level + 1) < recno) lo = mid + 1;
+        else end = mid;
+      }
+    }
+    path.push_back({page, lo, &node});
+    page = node.pointers[lo];
   }
 }
 
 // The node at path[level] has a new highest key: the parents that hold it
 // as a child's highest key take it, up to the first one where that child is
 // not the last.
-void MdxUpdate::raiseHigh(Path& path, size_t level, const Entry& high) {
-  const std::string key = high.key, order = high.order;
+void MdxUpdate::raiseHigh(Path& path, size_t level, std::string_view key, std::string_view order) {
+  const std::string keyCopy(key), orderCopy(order);  // they may lie in a node changed here
   for (size_t l = level; l > 0; --l) {
     Node& parent = *path[l - 1].node;
     const size_t child = path[l - 1].child;
-    if (child + 1 < parent.entries.size()) {
-      parent.entries[child].key = key;
-      parent.entries[child].order = order;
+    if (child + 1 < parent.size()) {
+      parent.setKey(child, keyCopy, orderCopy);
       parent.dirty = true;
       return;
     }
@@ -85,13 +91,11 @@ void MdxUpdate::split(size_t tag, Path& path, size_t level) {
   right.tag = tag;
   right.leaf = left.leaf;
   right.dirty = true;
+  right.keyLength = left.keyLength;
   right.word4 = leftPage;
-  const size_t keep = left.entries.size() / 2;
-  right.entries.assign(std::make_move_iterator(left.entries.begin() + std::ptrdiff_t(keep)),
-                       std::make_move_iterator(left.entries.end()));
-  left.entries.resize(keep);
+  left.moveTail(left.size() / 2, right);
   left.dirty = true;
-  Entry up{leftPage, left.entries.back().key, left.entries.back().order};
+  const std::string upKey(left.key(left.size() - 1)), upOrder(left.order(left.size() - 1));
   store(rightPage, std::move(right));
 
   if (level == 0) {
@@ -100,9 +104,10 @@ void MdxUpdate::split(size_t tag, Path& path, size_t level) {
     root.tag = tag;
     root.leaf = false;
     root.dirty = true;
+    root.keyLength = left.keyLength;
     root.word4 = rightPage;
-    root.entries.push_back(std::move(up));
-    root.entries.push_back(Entry{rightPage, {}, {}});
+    root.insert(0, leftPage, upKey, upOrder);
+    root.insert(1, rightPage, std::string(left.keyLength, ' '), {});
     store(rootPage, std::move(root));
     s.root = rootPage;
     ++s.depth;
@@ -110,10 +115,10 @@ void MdxUpdate::split(size_t tag, Path& path, size_t level) {
   }
   Node& parent = *path[level - 1].node;
   const size_t child = path[level - 1].child;
-  parent.entries[child].pointer = rightPage;
-  parent.entries.insert(parent.entries.begin() + std::ptrdiff_t(child), std::move(up));
+  parent.pointers[child] = rightPage;
+  parent.insert(child, leftPage, upKey, upOrder);
   parent.dirty = true;
-  if (parent.entries.size() > tags_[tag].maxKeys) split(tag, path, level - 1);
+  if (parent.size() > tags_[tag].maxKeys) split(tag, path, level - 1);
 }
 
 // The node at path[level] (not the root) is empty: it leaves its parent and
@@ -122,73 +127,93 @@ void MdxUpdate::unlink(size_t tag, Path& path, size_t level) {
   release(tag, path[level].page);
   Node& parent = *path[level - 1].node;
   const size_t child = path[level - 1].child;
-  const bool wasLast = child + 1 == parent.entries.size();
-  parent.entries.erase(parent.entries.begin() + std::ptrdiff_t(child));
+  const bool wasLast = child + 1 == parent.size();
+  parent.erase(child);
   parent.dirty = true;
-  if (parent.entries.empty()) {
+  if (parent.size() == 0) {
     if (level - 1 > 0) return unlink(tag, path, level - 1);
     parent.leaf = true;  // the root of an empty tag
     state_[tag].depth = 1;
   } else if (wasLast) {
-    raiseHigh(path, level - 1, parent.entries.back());
+    // The new last child's key becomes the node's highest, and no longer
+    // has a place on disk.
+    const size_t last = parent.size() - 1;
+    const std::string key(parent.key(last)), order(parent.order(last));
+    parent.setKey(last, std::string(parent.keyLength, ' '), {});
+    raiseHigh(path, level - 1, key, order);
   }
 }
+
+namespace {
+
+// The place in a leaf after every entry ordered before or equal to (order,
+// recno): upper; or at the first entry not ordered before it: lower.
+template <typename NodeT>
+size_t leafPlace(const NodeT& node, std::string_view order, uint32_t recno, bool upper) {
+  size_t lo = 0, hi = node.size();
+  while (lo < hi) {
+    const size_t mid = (lo + hi) / 2;
+    const int c = compareEntry(node.order(mid), node.pointers[mid], order, recno);
+    if (c < 0 || (upper && c == 0)) lo = mid + 1;
+    else hi = mid;
+  }
+  return lo;
+}
+
+}  // namespace
 
 void MdxUpdate::insert(size_t tag, std::string_view key, uint32_t recno) {
   TagState& s = usable(tag);
   if (recno == 0)
     throw Error(ErrorKind::InvalidArgument, name_, "tag " + tags_[tag].name + ": record number 0");
-  Entry entry{recno, checkedKey(tag, key), {}};
-  orderOf(tag, entry.key, entry.order);
-  Path path = descend(tag, entry.order, recno, true);
+  checkedKey(tag, key);
+  std::string& order = scratch_;
+  orderOf(tag, key, order);
+  Path path = descend(tag, order, recno, true);
 
   // A block for each full node from the leaf up, and one for a new root.
   const size_t maxKeys = tags_[tag].maxKeys;
   size_t blocks = 0;
   for (size_t l = path.size(); l-- > 0;) {
-    if (path[l].node->entries.size() < maxKeys) break;
+    if (path[l].node->size() < maxKeys) break;
     blocks += l == 0 ? 2 : 1;
   }
   reserve(tag, blocks);
 
   Node& leaf = *path.back().node;
-  auto at = std::upper_bound(leaf.entries.begin(), leaf.entries.end(), entry, [](const Entry& a, const Entry& e) {
-    return compareEntry(a.order, a.pointer, e.order, e.pointer) < 0;
-  });
-  at = leaf.entries.insert(at, std::move(entry));
+  const size_t at = leafPlace(leaf, order, recno, true);
+  leaf.insert(at, recno, key, order);
   leaf.dirty = true;
   s.changed = true;
   s.hasKeys = true;
-  if (at + 1 == leaf.entries.end()) raiseHigh(path, path.size() - 1, leaf.entries.back());
-  if (leaf.entries.size() > maxKeys) split(tag, path, path.size() - 1);
+  if (at + 1 == leaf.size()) raiseHigh(path, path.size() - 1, key, order);
+  if (leaf.size() > maxKeys) split(tag, path, path.size() - 1);
 }
 
 bool MdxUpdate::remove(size_t tag, std::string_view key, uint32_t recno) {
   TagState& s = usable(tag);
-  const std::string stored = checkedKey(tag, key);
-  std::string order;
-  orderOf(tag, stored, order);
+  checkedKey(tag, key);
+  std::string& order = scratch_;
+  orderOf(tag, key, order);
   Path path = descend(tag, order, recno, true);
   Node& leaf = *path.back().node;
-  auto at = std::lower_bound(leaf.entries.begin(), leaf.entries.end(), 0, [&](const Entry& e, int) {
-    return compareEntry(e.order, e.pointer, order, recno) < 0;
-  });
-  if (at == leaf.entries.end() || at->order != order || at->pointer != recno) return false;
+  const size_t at = leafPlace(leaf, order, recno, false);
+  if (at == leaf.size() || leaf.order(at) != order || leaf.pointers[at] != recno) return false;
 
-  const bool wasLast = at + 1 == leaf.entries.end();
-  leaf.entries.erase(at);
+  const bool wasLast = at + 1 == leaf.size();
+  leaf.erase(at);
   leaf.dirty = true;
   s.changed = true;
-  if (leaf.entries.empty()) {
+  if (leaf.size() == 0) {
     if (path.size() > 1) unlink(tag, path, path.size() - 1);
   } else if (wasLast) {
-    raiseHigh(path, path.size() - 1, leaf.entries.back());
+    raiseHigh(path, path.size() - 1, leaf.key(leaf.size() - 1), leaf.order(leaf.size() - 1));
   }
   // A root left with one child hands the root over to it.
   for (;;) {
     const Node* root = cachedAt(s.root);
-    if (!root || root->leaf || root->entries.size() != 1) break;
-    const uint32_t child = root->entries.front().pointer;
+    if (!root || root->leaf || root->size() != 1) break;
+    const uint32_t child = root->pointers.front();
     release(tag, s.root);
     s.root = child;
     --s.depth;
@@ -198,14 +223,13 @@ bool MdxUpdate::remove(size_t tag, std::string_view key, uint32_t recno) {
 
 bool MdxUpdate::containsKey(size_t tag, std::string_view key) {
   usable(tag);
-  const std::string stored = checkedKey(tag, key);
-  std::string order;
-  orderOf(tag, stored, order);
+  checkedKey(tag, key);
+  std::string& order = scratch_;
+  orderOf(tag, key, order);
   Path path = descend(tag, order, 0, false);
   const Node& leaf = *path.back().node;
-  auto at = std::lower_bound(leaf.entries.begin(), leaf.entries.end(), order,
-                             [](const Entry& e, const std::string& o) { return e.order < o; });
-  return at != leaf.entries.end() && at->order == order;
+  const size_t at = leafPlace(leaf, order, 0, false);
+  return at < leaf.size() && leaf.order(at) == order;
 }
 
 uint32_t MdxUpdate::edgeLeaf(size_t tag, bool last) {
@@ -213,15 +237,14 @@ uint32_t MdxUpdate::edgeLeaf(size_t tag, bool last) {
   for (size_t level = 0;; ++level) {
     const Node& node = load(tag, page, level);
     if (node.leaf) return page;
-    page = last ? node.entries.back().pointer : node.entries.front().pointer;
+    page = last ? node.pointers.back() : node.pointers.front();
   }
 }
 
 std::string MdxUpdate::verify(size_t tag) {
   usable(tag);
   std::unordered_set<uint32_t> seen;
-  const Entry* previous = nullptr;
-  const Entry* high = nullptr;
+  Place previous, high;
   try {
     return verifyNode(tag, state_[tag].root, 0, seen, previous, high);
   } catch (const Error& e) {
@@ -230,32 +253,33 @@ std::string MdxUpdate::verify(size_t tag) {
 }
 
 std::string MdxUpdate::verifyNode(size_t tag, uint32_t page, size_t level, std::unordered_set<uint32_t>& seen,
-                                  const Entry*& previous, const Entry*& high) {
+                                  Place& previous, Place& high) {
   const std::string at = "page " + std::to_string(page);
   if (!seen.insert(page).second) return at + " is reached twice";
   const Node& node = load(tag, page, level);
   const MdxTagInfo& info = tags_[tag];
   if (node.leaf) {
-    if (node.entries.size() > info.maxKeys) return "leaf " + at + " holds more keys than fit";
-    if (node.entries.empty() && level > 0) return "leaf " + at + " is empty";
-    for (const Entry& e : node.entries) {
-      if (previous && compareEntry(e.order, e.pointer, previous->order, previous->pointer) < 0)
-        return "leaf " + at + ": record " + std::to_string(e.pointer) + " comes after record " +
-               std::to_string(previous->pointer) + " whose key sorts after its own";
-      previous = &e;
+    if (node.size() > info.maxKeys) return "leaf " + at + " holds more keys than fit";
+    if (node.size() == 0 && level > 0) return "leaf " + at + " is empty";
+    for (size_t i = 0; i < node.size(); ++i) {
+      if (previous.node && compareEntry(node.order(i), node.pointers[i], previous.node->order(previous.index),
+                                        previous.node->pointers[previous.index]) < 0)
+        return "leaf " + at + ": record " + std::to_string(node.pointers[i]) + " comes after record " +
+               std::to_string(previous.node->pointers[previous.index]) + " whose key sorts after its own";
+      previous = {&node, i};
     }
-    high = node.entries.empty() ? nullptr : &node.entries.back();
+    high = node.size() == 0 ? Place{} : Place{&node, node.size() - 1};
     return {};
   }
-  if (node.entries.size() > size_t(info.maxKeys) + 1) return "interior " + at + " holds more keys than fit";
-  for (size_t i = 0; i < node.entries.size(); ++i) {
-    const Entry* childHigh = nullptr;
-    std::string fault = verifyNode(tag, node.entries[i].pointer, level + 1, seen, previous, childHigh);
+  if (node.size() > size_t(info.maxKeys) + 1) return "interior " + at + " holds more keys than fit";
+  for (size_t i = 0; i < node.size(); ++i) {
+    Place childHigh;
+    std::string fault = verifyNode(tag, node.pointers[i], level + 1, seen, previous, childHigh);
     if (!fault.empty()) return fault;
-    if (!childHigh) return "interior " + at + ": child " + std::to_string(i) + " holds no keys";
-    if (i + 1 < node.entries.size() && childHigh->key != node.entries[i].key)
+    if (!childHigh.node) return "interior " + at + ": child " + std::to_string(i) + " holds no keys";
+    if (i + 1 < node.size() && childHigh.node->key(childHigh.index) != node.key(i))
       return "interior " + at + ": key " + std::to_string(i) + " is not the highest key under page " +
-             std::to_string(node.entries[i].pointer);
+             std::to_string(node.pointers[i]);
     high = childHigh;
   }
   return {};
