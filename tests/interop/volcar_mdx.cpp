@@ -8,19 +8,31 @@
 //   volcar_mdx table DIR ROWS         writes DIR/GRANDE.DBF with ROWS rows and its
 //                                     GRANDE.MDX (tags NOMBRE, CODIGO descending);
 //                                     prints each tag's depth
+//   volcar_mdx cambiar FILE.MDX OPS SEED [INSERT%]
+//                                     changes every tag of FILE in place with
+//                                     MdxUpdate: OPS random inserts (new keys
+//                                     near the ones held, duplicates among them)
+//                                     and removals per tag, INSERT% of them
+//                                     inserts (60 unless given); prints what each tag
+//                                     should then walk as: TAG key-in-hex recno
 // Exits with 2 and a message on any fault.
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <random>
 #include <exception>
 #include <string>
 #include <vector>
 
 #include "dbase/core/dbf_file.h"
 #include "dbase/core/mdx_file.h"
+#include "dbase/core/collation.h"
 #include "dbase/core/mdx_format.h"
+#include "dbase/core/mdx_key.h"
+#include "dbase/core/mdx_tag.h"
+#include "dbase/core/mdx_update.h"
 
 namespace {
 
@@ -98,6 +110,71 @@ void bigTable(const std::string& dir, uint32_t rows) {
   for (const auto& tag : file->tags()) std::printf("%s\t%d\n", tag.name.c_str(), depth(*file, tag));
 }
 
+// A new key of the tag's type, near the ones it holds.
+std::string newKey(const dbase::MdxTagInfo& tag, const std::vector<std::string>& held, std::mt19937& rng) {
+  std::string key;
+  if (tag.keyType == 'N') {
+    dbase::appendBcd(double(int(rng() % 20001) - 10000) / 4, key);
+  } else if (tag.keyType == 'D') {
+    dbase::appendDayKey(2440000 + rng() % 20000, key);
+  } else {
+    key = held.empty() ? std::string(tag.keyLength, 'A') : held[rng() % held.size()];
+    const size_t at = rng() % key.size();
+    key[at] = char('0' + rng() % 43);  // digits, some signs, capitals
+  }
+  return key;
+}
+
+void changeInPlace(const std::string& path, uint32_t ops, uint32_t seed, uint32_t insertShare) {
+  std::mt19937 rng(seed);
+  const auto& collation = dbase::Collation::forLanguageDriver(MdxFile::open(path)->languageDriver());
+  auto update = dbase::MdxUpdate::open(path);
+  const auto tags = update->tags();
+  struct Item {
+    std::string order;
+    uint32_t recno;
+    std::string key;
+    bool operator<(const Item& o) const { return order != o.order ? order < o.order : recno < o.recno; }
+  };
+  std::vector<std::vector<Item>> models(tags.size());
+  for (size_t t = 0; t < tags.size(); ++t) {
+    const dbase::MdxTagInfo info = tags[t];
+    auto order = [&collation, info](std::string_view stored, std::string& out) {
+      dbase::appendMdxOrderKey(collation, info.keyType, info.descending, {}, stored, out);
+    };
+    update->setOrder(t, order);
+    uint32_t nextRecno = 1;
+    std::vector<std::string> held;
+    MdxFile::open(path)->walk(t, [&](std::string_view key, uint32_t recno) {
+      std::string o;
+      order(key, o);
+      models[t].push_back({o, recno, std::string(key)});
+      held.emplace_back(key);
+      nextRecno = std::max(nextRecno, recno + 1);
+    });
+    auto& model = models[t];
+    for (uint32_t i = 0; i < ops; ++i) {
+      if (rng() % 100 < insertShare || model.empty()) {
+        Item item{{}, nextRecno++, newKey(info, held, rng)};
+        order(item.key, item.order);
+        update->insert(t, item.key, item.recno);
+        model.insert(std::upper_bound(model.begin(), model.end(), item), item);
+        held.push_back(item.key);
+      } else {
+        const size_t at = rng() % model.size();
+        if (!update->remove(t, model[at].key, model[at].recno))
+          throw std::runtime_error("tag " + info.name + ": an entry held was not found");
+        model.erase(model.begin() + std::ptrdiff_t(at));
+      }
+    }
+    std::string fault = update->verify(t);
+    if (!fault.empty()) throw std::runtime_error(fault);
+  }
+  update->flush();
+  for (size_t t = 0; t < tags.size(); ++t)
+    for (const Item& item : models[t]) std::printf("%s %s %u\n", tags[t].name.c_str(), hex(item.key).c_str(), item.recno);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -120,8 +197,11 @@ int main(int argc, char** argv) {
       dbase::writeMdx(args[2], file->tableName(), file->languageDriver(), walkedTags(*file));
     } else if (args.size() == 3 && args[0] == "table") {
       bigTable(args[1], uint32_t(std::stoul(args[2])));
+    } else if ((args.size() == 4 || args.size() == 5) && args[0] == "cambiar") {
+      changeInPlace(args[1], uint32_t(std::stoul(args[2])), uint32_t(std::stoul(args[3])),
+                    args.size() == 5 ? uint32_t(std::stoul(args[4])) : 60);
     } else {
-      std::fprintf(stderr, "usage: volcar_mdx tags|walk|copy|table ...\n");
+      std::fprintf(stderr, "usage: volcar_mdx tags|walk|copy|table|cambiar ...\n");
       return 2;
     }
   } catch (const std::exception& e) {

@@ -7,7 +7,10 @@
 #   * each sample rewritten by writeMdx from our walk: Perl and we walk the
 #     copy exactly as the original;
 #   * a table of a few thousand rows made here, whose tags need several levels:
-#     Perl walks every entry, in our order.
+#     Perl walks every entry, in our order;
+#   * that table's index and a copy of every sample changed in place
+#     (MdxUpdate: random inserts and removals, nodes split and freed): Perl
+#     and we walk each tag as the changes left it.
 #
 #   bash mdx_perl.sh BUILD_DIR SHARED_DIR
 set -u
@@ -109,5 +112,40 @@ while read -r tag levels; do
   else fail "GRANDE $tag: Perl walked $n of $rows entries, or in another order"; fi
   echo "GRANDE $tag: $levels levels, $n entries walked by Perl"
 done <"$work/depths"
+
+# Changed in place: what each tag should walk as, held against both walks.
+# $1 = index file, $2 = random operations per tag, $3 = share of inserts (%),
+# $4 = label.
+check_changed() {
+  local mdx=$1 ops=$2 share=$3 label=$4 tag
+  if ! "$tool" cambiar "$mdx" "$ops" "$ops" "$share" >"$work/expected"; then fail "$label: changing it in place failed"; return; fi
+  for tag in $("$tool" tags "$mdx" | cut -f1); do
+    awk -v t="$tag" '$1 == t { print $2, $3 }' "$work/expected" >"$work/expected.walk"
+    perl_walk "$mdx" "$tag" >"$work/perl.walk"
+    "$tool" walk "$mdx" "$tag" >"$work/ours.walk"
+    if cmp -s "$work/expected.walk" "$work/perl.walk" && cmp -s "$work/expected.walk" "$work/ours.walk"; then
+      pass
+      changed_entries=$((changed_entries + $(wc -l <"$work/perl.walk")))
+    else
+      fail "$label $tag: after changes in place Perl or we walk other entries than expected"
+      diff "$work/expected.walk" "$work/perl.walk" | head -5 >&2
+    fi
+  done
+}
+
+changed_entries=0
+cp "$work/GRANDE.MDX" "$work/CAMBIOS.MDX"
+check_changed "$work/CAMBIOS.MDX" 5000 60 "GRANDE changed"
+# Most entries removed (emptied nodes freed, the root handed down), then
+# many inserted again (freed blocks taken back).
+check_changed "$work/CAMBIOS.MDX" 7000 5 "GRANDE emptied"
+before=$(stat -c %s "$work/CAMBIOS.MDX")
+check_changed "$work/CAMBIOS.MDX" 3000 95 "GRANDE refilled"
+echo "GRANDE changed: $before bytes before refilling, $(stat -c %s "$work/CAMBIOS.MDX") after"
+for mdx in "$samples"/*.MDX; do
+  cp "$mdx" "$work/cambio.MDX"
+  check_changed "$work/cambio.MDX" 400 60 "$(basename "$mdx" .MDX) changed"
+done
+echo "changed in place: $changed_entries entries walked by Perl as expected"
 
 finish

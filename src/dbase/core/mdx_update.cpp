@@ -1,0 +1,403 @@
+// MdxUpdate: opening an index for changes, the node cache, the free list and
+// flush(). The B-tree changes themselves are in mdx_update_tree.cpp.
+#include "dbase/core/mdx_update.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+#include "dbase/core/error.h"
+#include "dbase/core/mdx_format.h"
+
+namespace dbase {
+
+using namespace mdx;
+
+namespace {
+
+// Bytes of a tag header this class reads and writes back: every field it
+// changes lies before this.
+constexpr size_t kTagHeaderBytes = 512;
+// A tree deeper than this is damaged (see MdxFile).
+constexpr size_t kMaxDepth = 64;
+
+std::string baseName(const std::string& path) {
+  auto slash = path.find_last_of('/');
+  return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+std::string systemError(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
+
+bool readAt(int fd, uint64_t offset, unsigned char* into, size_t size) {
+  size_t done = 0;
+  while (done < size) {
+    ssize_t n = ::pread(fd, into + done, size - done, off_t(offset + done));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    done += size_t(n);
+  }
+  return true;
+}
+
+bool writeAt(int fd, uint64_t offset, const unsigned char* from, size_t size) {
+  size_t done = 0;
+  while (done < size) {
+    ssize_t n = ::pwrite(fd, from + done, size - done, off_t(offset + done));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    done += size_t(n);
+  }
+  return true;
+}
+
+}  // namespace
+
+std::unique_ptr<MdxUpdate> MdxUpdate::open(const std::string& path) {
+  // The checks of a read-only open first: header, tag table, tag headers.
+  auto checked = MdxFile::open(path);
+  std::unique_ptr<MdxUpdate> u(new MdxUpdate());
+  u->path_ = path;
+  u->name_ = baseName(path);
+  u->tags_ = checked->tags();
+  for (size_t i = 0; i < u->tags_.size(); ++i) u->faults_.push_back(checked->tagFault(i));
+  u->blockBytes_ = checked->blockBytes();
+  u->blockPages_ = u->blockBytes_ / kPageBytes;
+  checked.reset();
+
+  u->fd_ = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+  if (u->fd_ < 0) throw Error(ErrorKind::Io, u->name_, systemError("cannot open for writing"));
+  struct stat st {};
+  if (::fstat(u->fd_, &st) != 0) throw Error(ErrorKind::Io, u->name_, systemError("cannot stat"));
+  u->fileSize_ = uint64_t(st.st_size);
+  u->fileHeader_.resize(kFileHeaderBytes);
+  if (!readAt(u->fd_, 0, u->fileHeader_.data(), kFileHeaderBytes))
+    throw Error(ErrorKind::Io, u->name_, systemError("cannot read"));
+  if (get16(u->fileHeader_.data() + kOffBlockPages) != u->blockPages_)
+    throw Error(ErrorKind::Corrupt, u->name_, "the file changed while it was being opened");
+
+  u->totalPages_ = get32(u->fileHeader_.data() + kOffTotalPages);
+  const uint32_t headerArea = kHeaderAreaBytes / kPageBytes;
+  if (u->totalPages_ < headerArea)
+    throw Error(ErrorKind::Corrupt, u->name_,
+                "the header counts " + std::to_string(u->totalPages_) + " pages, fewer than its own");
+  u->diskFreeHead_ = get32(u->fileHeader_.data() + kOffFirstFree);
+
+  for (size_t i = 0; i < u->tags_.size(); ++i) {
+    TagState s;
+    const MdxTagInfo& t = u->tags_[i];
+    u->headerPages_.insert(t.headerPage);
+    if (u->faults_[i].empty()) {
+      if (t.headerPage >= u->totalPages_ || t.rootPage >= u->totalPages_)
+        u->faults_[i] = "tag " + t.name + ": its header or root lies past the " + std::to_string(u->totalPages_) +
+                        " pages the file header counts";
+      s.header.resize(kTagHeaderBytes);
+      if (!readAt(u->fd_, uint64_t(t.headerPage) * kPageBytes, s.header.data(), kTagHeaderBytes))
+        throw Error(ErrorKind::Io, u->name_, "tag " + t.name + ": " + systemError("cannot read its header"));
+      s.root = t.rootPage;
+      s.pages = get32(s.header.data() + kTagPages);
+      s.hasKeys = s.header[kTagHasKeys] != 0;
+    }
+    u->state_.push_back(std::move(s));
+  }
+  return u;
+}
+
+MdxUpdate::~MdxUpdate() {
+  if (fd_ >= 0) ::close(fd_);
+}
+
+void MdxUpdate::corrupt(size_t tag, const std::string& what) const {
+  throw Error(ErrorKind::Corrupt, name_, "tag " + tags_.at(tag).name + ": " + what);
+}
+
+MdxUpdate::TagState& MdxUpdate::usable(size_t tag) {
+  if (tag >= tags_.size()) throw Error(ErrorKind::InvalidArgument, name_, "no tag number " + std::to_string(tag));
+  if (!faults_[tag].empty()) throw Error(ErrorKind::Corrupt, name_, faults_[tag]);
+  if (!state_[tag].order)
+    throw Error(ErrorKind::State, name_, "tag " + tags_[tag].name + ": no key order given before changing it");
+  return state_[tag];
+}
+
+void MdxUpdate::setOrder(size_t tag, OrderKey order) {
+  if (tag >= tags_.size()) throw Error(ErrorKind::InvalidArgument, name_, "no tag number " + std::to_string(tag));
+  state_[tag].order = std::move(order);
+  // Order keys already worked out under another order are stale.
+  for (const auto& node : cache_) {
+    if (!node || node->tag != tag) continue;
+    Node fresh = *node;
+    fresh.orders.clear();
+    fresh.ends.clear();
+    for (size_t i = 0; i < node->size(); ++i) {
+      if (state_[tag].order && (node->leaf || i + 1 < node->size())) state_[tag].order(node->key(i), fresh.orders);
+      fresh.ends.push_back(uint32_t(fresh.orders.size()));
+    }
+    *node = std::move(fresh);
+  }
+}
+
+void MdxUpdate::orderOf(size_t tag, std::string_view key, std::string& out) {
+  out.clear();
+  state_[tag].order(key, out);
+}
+
+void MdxUpdate::checkedKey(size_t tag, std::string_view key) const {
+  const uint16_t length = tags_[tag].keyLength;
+  if (key.size() != length)
+    throw Error(ErrorKind::InvalidArgument, name_,
+                "tag " + tags_[tag].name + ": a key of " + std::to_string(key.size()) + " bytes, not " +
+                    std::to_string(length));
+}
+
+void MdxUpdate::readBlock(uint32_t page, unsigned char* into, size_t tag) const {
+  if (!readAt(fd_, uint64_t(page) * kPageBytes, into, blockBytes_))
+    throw Error(ErrorKind::Io, name_, "tag " + tags_[tag].name + ": " + systemError("cannot read page"));
+}
+
+MdxUpdate::Node& MdxUpdate::load(size_t tag, uint32_t page, size_t level) {
+  TagState& s = state_[tag];
+  auto at = [page] { return "node page " + std::to_string(page); };
+  if (level >= kMaxDepth) corrupt(tag, "the tree is deeper than " + std::to_string(kMaxDepth) + " levels");
+  Node* found = cachedAt(page);
+  if (!found) {
+    if (page < kHeaderAreaBytes / kPageBytes || page >= totalPages_ ||
+        uint64_t(page) * kPageBytes + blockBytes_ > fileSize_)
+      corrupt(tag, at() + " is outside the file (" + std::to_string(totalPages_) + " pages)");
+    if (headerPages_.count(page)) corrupt(tag, at() + " is a tag header");
+    if (freeSet_.count(page)) corrupt(tag, at() + " is on the free list");
+    std::vector<unsigned char> block(blockBytes_);
+    readBlock(page, block.data(), tag);
+    const MdxTagInfo& info = tags_[tag];
+    const uint32_t n = get32(block.data());
+    if (n > info.maxKeys || kNodeHeaderBytes + uint64_t(n) * info.itemLength + 4 > blockBytes_)
+      corrupt(tag, at() + " claims " + std::to_string(n) + " keys, more than the " + std::to_string(info.maxKeys) +
+                       " that fit");
+    Node node;
+    node.tag = tag;
+    node.word4 = get32(block.data() + 4);
+    const uint32_t rightmost = get32(block.data() + kNodeHeaderBytes + n * info.itemLength);
+    node.leaf = rightmost == 0;
+    node.keyLength = info.keyLength;
+    const size_t count = node.leaf ? n : n + 1;
+    node.pointers.reserve(info.maxKeys + 2u);
+    node.ends.reserve(info.maxKeys + 2u);
+    node.keys.reserve((info.maxKeys + 2u) * size_t(info.keyLength));
+    for (uint32_t i = 0; i < n; ++i) {
+      const unsigned char* item = block.data() + kNodeHeaderBytes + size_t(i) * info.itemLength;
+      const uint32_t pointer = get32(item);
+      if (pointer == 0) corrupt(tag, at() + (node.leaf ? " holds record number 0" : " points to page 0"));
+      node.pointers.push_back(pointer);
+      node.keys.append(reinterpret_cast<const char*>(item + 4), info.keyLength);
+      s.order(node.key(i), node.orders);
+      node.ends.push_back(uint32_t(node.orders.size()));
+    }
+    if (count > n) {
+      node.pointers.push_back(rightmost);
+      node.keys.append(info.keyLength, ' ');
+      node.ends.push_back(uint32_t(node.orders.size()));
+    }
+    found = &store(page, std::move(node));
+  } else if (found->tag != tag) {
+    corrupt(tag, at() + " belongs to tag " + tags_[found->tag].name + " too");
+  }
+  Node& node = *found;
+  if (s.depth < 0 && node.leaf) s.depth = int(level) + 1;
+  if (s.depth >= 0 && node.leaf != (int(level) + 1 == s.depth))
+    corrupt(tag, "leaves at uneven depths (" + at() + " at level " + std::to_string(level) + ", leaves at " +
+                     std::to_string(s.depth - 1) + ")");
+  return node;
+}
+
+// The free list on disk, read whole and checked: pages inside the file, not
+// headers, no page twice.
+void MdxUpdate::loadFreeList(size_t tag) {
+  if (freeLoaded_) return;
+  std::vector<uint32_t> chain;
+  std::unordered_set<uint32_t> seen;
+  unsigned char word[4];
+  for (uint32_t page = diskFreeHead_; page != 0;) {
+    const std::string at = "free page " + std::to_string(page);
+    if (page < kHeaderAreaBytes / kPageBytes || page >= totalPages_ ||
+        uint64_t(page) * kPageBytes + blockBytes_ > fileSize_)
+      corrupt(tag, at + " is outside the file (" + std::to_string(totalPages_) + " pages)");
+    if (headerPages_.count(page)) corrupt(tag, at + " is a tag header");
+    if (cachedAt(page) || freeSet_.count(page) || !seen.insert(page).second)
+      corrupt(tag, at + " is in use or listed twice (a loop in the free list)");
+    chain.push_back(page);
+    if (!readAt(fd_, uint64_t(page) * kPageBytes + 4, word, 4))
+      throw Error(ErrorKind::Io, name_, systemError("cannot read the free list"));
+    page = get32(word);
+  }
+  // The stack keeps the head last: the disk chain goes below what was freed here.
+  std::vector<uint32_t> stack(chain.rbegin(), chain.rend());
+  stack.insert(stack.end(), free_.begin(), free_.end());
+  free_ = std::move(stack);
+  freeSet_.insert(chain.begin(), chain.end());
+  freeLoaded_ = true;
+}
+
+// Makes sure `blocks` new blocks can be had without meeting damage midway.
+void MdxUpdate::reserve(size_t tag, size_t blocks) {
+  if (blocks > free_.size()) loadFreeList(tag);
+  const uint64_t endPages = uint64_t(totalPages_) + uint64_t(blocks) * blockPages_;
+  if (blocks > free_.size() && endPages > UINT32_MAX)
+    throw Error(ErrorKind::InvalidArgument, name_, "tag " + tags_[tag].name + ": the index would exceed 2^32 pages");
+}
+
+uint32_t MdxUpdate::allocate(size_t tag) {
+  uint32_t page;
+  if (!free_.empty()) {
+    page = free_.back();
+    free_.pop_back();
+    freeSet_.erase(page);
+    freedHere_.erase(page);
+  } else {
+    page = totalPages_;
+    totalPages_ += blockPages_;
+  }
+  state_[tag].pages += blockPages_;
+  fileChanged_ = true;
+  return page;
+}
+
+void MdxUpdate::release(size_t tag, uint32_t page) {
+  cache_.at(page).reset();
+  free_.push_back(page);
+  freeSet_.insert(page);
+  freedHere_.insert(page);
+  TagState& s = state_[tag];
+  s.pages = s.pages >= blockPages_ ? s.pages - blockPages_ : 0;
+  fileChanged_ = true;
+}
+
+void MdxUpdate::Node::insert(size_t i, uint32_t pointer, std::string_view key, std::string_view order) {
+  pointers.insert(pointers.begin() + std::ptrdiff_t(i), pointer);
+  keys.insert(i * keyLength, key.data(), keyLength);
+  const uint32_t from = i == 0 ? 0 : ends[i - 1];
+  orders.insert(from, order.data(), order.size());
+  ends.insert(ends.begin() + std::ptrdiff_t(i), from);
+  for (size_t j = i; j < ends.size(); ++j) ends[j] += uint32_t(order.size());
+}
+
+void MdxUpdate::Node::erase(size_t i) {
+  const uint32_t from = i == 0 ? 0 : ends[i - 1], length = ends[i] - from;
+  pointers.erase(pointers.begin() + std::ptrdiff_t(i));
+  keys.erase(i * keyLength, keyLength);
+  orders.erase(from, length);
+  ends.erase(ends.begin() + std::ptrdiff_t(i));
+  for (size_t j = i; j < ends.size(); ++j) ends[j] -= length;
+}
+
+void MdxUpdate::Node::setKey(size_t i, std::string_view key, std::string_view order) {
+  keys.replace(i * keyLength, keyLength, key.data(), keyLength);
+  const uint32_t from = i == 0 ? 0 : ends[i - 1], length = ends[i] - from;
+  orders.replace(from, length, order.data(), order.size());
+  const int64_t grown = int64_t(order.size()) - int64_t(length);
+  for (size_t j = i; j < ends.size(); ++j) ends[j] = uint32_t(int64_t(ends[j]) + grown);
+}
+
+void MdxUpdate::Node::moveTail(size_t from, Node& to) {
+  const uint32_t start = from == 0 ? 0 : ends[from - 1];
+  const uint32_t base = to.ends.empty() ? 0 : to.ends.back();
+  to.pointers.insert(to.pointers.end(), pointers.begin() + std::ptrdiff_t(from), pointers.end());
+  to.keys.append(keys, from * keyLength);
+  to.orders.append(orders, start);
+  for (size_t j = from; j < ends.size(); ++j) to.ends.push_back(ends[j] - start + base);
+  pointers.resize(from);
+  keys.resize(from * keyLength);
+  orders.resize(start);
+  ends.resize(from);
+}
+
+MdxUpdate::Node& MdxUpdate::store(uint32_t page, Node node) {
+  if (page >= cache_.size()) cache_.resize(std::max<size_t>(size_t(page) + 1, cache_.size() * 3 / 2));
+  cache_[page] = std::make_unique<Node>(std::move(node));
+  return *cache_[page];
+}
+
+void MdxUpdate::flush() {
+  // Everything that reads the file comes first, so that damage met here
+  // stops the flush before anything is written.
+  struct Edges {
+    uint32_t first, last;
+  };
+  std::vector<Edges> edges(tags_.size());
+  for (size_t t = 0; t < tags_.size(); ++t)
+    if (state_[t].changed) edges[t] = {edgeLeaf(t, false), edgeLeaf(t, true)};
+
+  std::vector<uint32_t> pages;
+  for (uint32_t page = 0; page < cache_.size(); ++page)
+    if (cache_[page] && cache_[page]->dirty) pages.push_back(page);
+  for (uint32_t page : freedHere_) pages.push_back(page);
+  std::sort(pages.begin(), pages.end());
+
+  std::unordered_map<uint32_t, uint32_t> linkOf;  // free page -> next free page
+  for (size_t i = 0; i < free_.size(); ++i)
+    if (freedHere_.count(free_[i])) linkOf[free_[i]] = i > 0 ? free_[i - 1] : freeLoaded_ ? 0 : diskFreeHead_;
+
+  std::vector<unsigned char> block(blockBytes_);
+  auto fail = [&](const char* what) { throw Error(ErrorKind::Io, name_, systemError(what)); };
+  for (uint32_t page : pages) {
+    std::fill(block.begin(), block.end(), 0);
+    const Node* cachedNode = cachedAt(page);
+    if (!cachedNode) {
+      // A free block: its link to the next free page.
+      put32(block.data() + 4, linkOf.at(page));
+    } else {
+      const Node& node = *cachedNode;
+      const MdxTagInfo& info = tags_[node.tag];
+      const size_t n = node.leaf ? node.size() : node.size() - 1;
+      put32(block.data(), uint32_t(n));
+      put32(block.data() + 4, node.word4);
+      for (size_t i = 0; i < n; ++i) {
+        unsigned char* item = block.data() + kNodeHeaderBytes + i * info.itemLength;
+        put32(item, node.pointers[i]);
+        std::memcpy(item + 4, node.key(i).data(), info.keyLength);
+      }
+      if (!node.leaf) put32(block.data() + kNodeHeaderBytes + n * info.itemLength, node.pointers.back());
+    }
+    if (!writeAt(fd_, uint64_t(page) * kPageBytes, block.data(), block.size())) fail("cannot write a block");
+  }
+  for (const auto& node : cache_)
+    if (node) node->dirty = false;
+  freedHere_.clear();
+  fileSize_ = std::max<uint64_t>(fileSize_, uint64_t(totalPages_) * kPageBytes);
+
+  for (size_t t = 0; t < tags_.size(); ++t) {
+    TagState& s = state_[t];
+    if (!s.changed) continue;
+    unsigned char* h = s.header.data();
+    put32(h + kTagRoot, s.root);
+    put32(h + kTagPages, s.pages);
+    h[kTagSerial] = uint8_t(h[kTagSerial] + 1);
+    if (s.hasKeys) h[kTagHasKeys] = 1;
+    put32(h + kTagFirstLeaf, edges[t].first);
+    put32(h + kTagLastLeaf, edges[t].last);
+    if (!writeAt(fd_, uint64_t(tags_[t].headerPage) * kPageBytes, h, s.header.size()))
+      fail("cannot write a tag header");
+    tags_[t].rootPage = s.root;
+    tags_[t].serial = h[kTagSerial];
+    s.changed = false;
+    fileChanged_ = true;
+  }
+
+  if (!fileChanged_) return;
+  unsigned char* f = fileHeader_.data();
+  put32(f + kOffTotalPages, totalPages_);
+  put32(f + kOffFirstFree, free_.empty() ? (freeLoaded_ ? 0 : diskFreeHead_) : free_.back());
+  std::time_t now = std::time(nullptr);
+  std::tm today {};
+  localtime_r(&now, &today);
+  f[kOffUpdated] = uint8_t(today.tm_year);
+  f[kOffUpdated + 1] = uint8_t(today.tm_mon + 1);
+  f[kOffUpdated + 2] = uint8_t(today.tm_mday);
+  if (!writeAt(fd_, kOffTotalPages, f + kOffTotalPages, kOffUpdated + 3 - kOffTotalPages))
+    fail("cannot write the file header");
+  fileChanged_ = false;
+}
+
+}  // namespace dbase

@@ -1,0 +1,288 @@
+// MdxUpdate: a tag's B-tree changed in place. Entries are ordered by their
+// order key, then by record number; an interior node's key i is the highest
+// key under its child i, its last child having no key. Each change first
+// reads (and so checks) every node it needs and makes sure of the blocks a
+// split may take, and only then changes the nodes in the cache.
+#include <algorithm>
+#include <iterator>
+#include <string>
+
+#include "dbase/core/error.h"
+#include "dbase/core/mdx_format.h"
+#include "dbase/core/mdx_update.h"
+
+namespace dbase {
+
+namespace {
+
+// (order, recno) of an entry against the ones sought.
+int compareEntry(std::string_view order, uint32_t recno, std::string_view entryOrder, uint32_t entryRecno) {
+  int c = order.compare(entryOrder);
+  if (c != 0) return c;
+  return recno < entryRecno ? -1 : recno > entryRecno ? 1 : 0;
+}
+
+}  // namespace
+
+uint32_t MdxUpdate::lastRecno(size_t tag, uint32_t page, size_t level) {
+  for (;; ++level) {
+    const Node& node = load(tag, page, level);
+    if (node.leaf) return node.size() == 0 ? 0 : node.pointers.back();
+    page = node.pointers.back();
+  }
+}
+
+MdxUpdate::Path MdxUpdate::descend(size_t tag, std::string_view order, uint32_t recno, bool byRecno) {
+  Path path;
+  uint32_t page = state_[tag].root;
+  for (size_t level = 0;; ++level) {
+    Node& node = load(tag, page, level);
+    if (node.leaf) {
+      path.push_back({page, 0, &node});
+      return path;
+    }
+    // The first child whose highest key is at or after the one sought; with
+    // a record number, among children whose highest key equals it, the first
+    // whose last record number is not below it.
+    size_t lo = 0, hi = node.size() - 1;
+    while (lo < hi) {
+      const size_t mid = (lo + hi) / 2;
+      if (node.order(mid) < order) lo = mid + 1;
+      else hi = mid;
+    }
+    if (byRecno) {
+      size_t end = lo;
+      while (end + 1 < node.size() && node.order(end) == order) ++end;
+      while (lo < end) {
+        const size_t mid = (lo + end) / 2;
+        if (lastRecno(tag, node.pointers[mid], level + 1) < recno) lo = mid + 1;
+        else end = mid;
+      }
+    }
+    path.push_back({page, lo, &node});
+    page = node.pointers[lo];
+  }
+}
+
+// The node at path[level] has a new highest key: the parents that hold it
+// as a child's highest key take it, up to the first one where that child is
+// not the last.
+void MdxUpdate::raiseHigh(Path& path, size_t level, std::string_view key, std::string_view order) {
+  const std::string keyCopy(key), orderCopy(order);  // they may lie in a node changed here
+  for (size_t l = level; l > 0; --l) {
+    Node& parent = *path[l - 1].node;
+    const size_t child = path[l - 1].child;
+    if (child + 1 < parent.size()) {
+      parent.setKey(child, keyCopy, orderCopy);
+      parent.dirty = true;
+      return;
+    }
+  }
+}
+
+// The node at path[level] holds one entry too many: its upper half moves to
+// a new block on its right, and its parent gains the left half's highest key.
+void MdxUpdate::split(size_t tag, Path& path, size_t level) {
+  TagState& s = state_[tag];
+  const uint32_t leftPage = path[level].page;
+  const uint32_t rightPage = allocate(tag);
+  Node& left = *path[level].node;
+  Node right;
+  right.tag = tag;
+  right.leaf = left.leaf;
+  right.dirty = true;
+  right.keyLength = left.keyLength;
+  right.word4 = leftPage;
+  left.moveTail(left.size() / 2, right);
+  left.dirty = true;
+  const std::string upKey(left.key(left.size() - 1)), upOrder(left.order(left.size() - 1));
+  store(rightPage, std::move(right));
+
+  if (level == 0) {
+    const uint32_t rootPage = allocate(tag);
+    Node root;
+    root.tag = tag;
+    root.leaf = false;
+    root.dirty = true;
+    root.keyLength = left.keyLength;
+    root.word4 = rightPage;
+    root.insert(0, leftPage, upKey, upOrder);
+    root.insert(1, rightPage, std::string(left.keyLength, ' '), {});
+    store(rootPage, std::move(root));
+    s.root = rootPage;
+    ++s.depth;
+    return;
+  }
+  Node& parent = *path[level - 1].node;
+  const size_t child = path[level - 1].child;
+  parent.pointers[child] = rightPage;
+  parent.insert(child, leftPage, upKey, upOrder);
+  parent.dirty = true;
+  if (parent.size() > tags_[tag].maxKeys) split(tag, path, level - 1);
+}
+
+// The node at path[level] (not the root) is empty: it leaves its parent and
+// goes to the free list; a parent left without children follows it.
+void MdxUpdate::unlink(size_t tag, Path& path, size_t level) {
+  release(tag, path[level].page);
+  Node& parent = *path[level - 1].node;
+  const size_t child = path[level - 1].child;
+  const bool wasLast = child + 1 == parent.size();
+  parent.erase(child);
+  parent.dirty = true;
+  if (parent.size() == 0) {
+    if (level - 1 > 0) return unlink(tag, path, level - 1);
+    parent.leaf = true;  // the root of an empty tag
+    state_[tag].depth = 1;
+  } else if (wasLast) {
+    // The new last child's key becomes the node's highest, and no longer
+    // has a place on disk.
+    const size_t last = parent.size() - 1;
+    const std::string key(parent.key(last)), order(parent.order(last));
+    parent.setKey(last, std::string(parent.keyLength, ' '), {});
+    raiseHigh(path, level - 1, key, order);
+  }
+}
+
+namespace {
+
+// The place in a leaf after every entry ordered before or equal to (order,
+// recno): upper; or at the first entry not ordered before it: lower.
+template <typename NodeT>
+size_t leafPlace(const NodeT& node, std::string_view order, uint32_t recno, bool upper) {
+  size_t lo = 0, hi = node.size();
+  while (lo < hi) {
+    const size_t mid = (lo + hi) / 2;
+    const int c = compareEntry(node.order(mid), node.pointers[mid], order, recno);
+    if (c < 0 || (upper && c == 0)) lo = mid + 1;
+    else hi = mid;
+  }
+  return lo;
+}
+
+}  // namespace
+
+void MdxUpdate::insert(size_t tag, std::string_view key, uint32_t recno) {
+  TagState& s = usable(tag);
+  if (recno == 0)
+    throw Error(ErrorKind::InvalidArgument, name_, "tag " + tags_[tag].name + ": record number 0");
+  checkedKey(tag, key);
+  std::string& order = scratch_;
+  orderOf(tag, key, order);
+  Path path = descend(tag, order, recno, true);
+
+  // A block for each full node from the leaf up, and one for a new root.
+  const size_t maxKeys = tags_[tag].maxKeys;
+  size_t blocks = 0;
+  for (size_t l = path.size(); l-- > 0;) {
+    if (path[l].node->size() < maxKeys) break;
+    blocks += l == 0 ? 2 : 1;
+  }
+  reserve(tag, blocks);
+
+  Node& leaf = *path.back().node;
+  const size_t at = leafPlace(leaf, order, recno, true);
+  leaf.insert(at, recno, key, order);
+  leaf.dirty = true;
+  s.changed = true;
+  s.hasKeys = true;
+  if (at + 1 == leaf.size()) raiseHigh(path, path.size() - 1, key, order);
+  if (leaf.size() > maxKeys) split(tag, path, path.size() - 1);
+}
+
+bool MdxUpdate::remove(size_t tag, std::string_view key, uint32_t recno) {
+  TagState& s = usable(tag);
+  checkedKey(tag, key);
+  std::string& order = scratch_;
+  orderOf(tag, key, order);
+  Path path = descend(tag, order, recno, true);
+  Node& leaf = *path.back().node;
+  const size_t at = leafPlace(leaf, order, recno, false);
+  if (at == leaf.size() || leaf.order(at) != order || leaf.pointers[at] != recno) return false;
+
+  const bool wasLast = at + 1 == leaf.size();
+  leaf.erase(at);
+  leaf.dirty = true;
+  s.changed = true;
+  if (leaf.size() == 0) {
+    if (path.size() > 1) unlink(tag, path, path.size() - 1);
+  } else if (wasLast) {
+    raiseHigh(path, path.size() - 1, leaf.key(leaf.size() - 1), leaf.order(leaf.size() - 1));
+  }
+  // A root left with one child hands the root over to it.
+  for (;;) {
+    const Node* root = cachedAt(s.root);
+    if (!root || root->leaf || root->size() != 1) break;
+    const uint32_t child = root->pointers.front();
+    release(tag, s.root);
+    s.root = child;
+    --s.depth;
+  }
+  return true;
+}
+
+bool MdxUpdate::containsKey(size_t tag, std::string_view key) {
+  usable(tag);
+  checkedKey(tag, key);
+  std::string& order = scratch_;
+  orderOf(tag, key, order);
+  Path path = descend(tag, order, 0, false);
+  const Node& leaf = *path.back().node;
+  const size_t at = leafPlace(leaf, order, 0, false);
+  return at < leaf.size() && leaf.order(at) == order;
+}
+
+uint32_t MdxUpdate::edgeLeaf(size_t tag, bool last) {
+  uint32_t page = state_[tag].root;
+  for (size_t level = 0;; ++level) {
+    const Node& node = load(tag, page, level);
+    if (node.leaf) return page;
+    page = last ? node.pointers.back() : node.pointers.front();
+  }
+}
+
+std::string MdxUpdate::verify(size_t tag) {
+  usable(tag);
+  std::unordered_set<uint32_t> seen;
+  Place previous, high;
+  try {
+    return verifyNode(tag, state_[tag].root, 0, seen, previous, high);
+  } catch (const Error& e) {
+    return e.what();
+  }
+}
+
+std::string MdxUpdate::verifyNode(size_t tag, uint32_t page, size_t level, std::unordered_set<uint32_t>& seen,
+                                  Place& previous, Place& high) {
+  const std::string at = "page " + std::to_string(page);
+  if (!seen.insert(page).second) return at + " is reached twice";
+  const Node& node = load(tag, page, level);
+  const MdxTagInfo& info = tags_[tag];
+  if (node.leaf) {
+    if (node.size() > info.maxKeys) return "leaf " + at + " holds more keys than fit";
+    if (node.size() == 0 && level > 0) return "leaf " + at + " is empty";
+    for (size_t i = 0; i < node.size(); ++i) {
+      if (previous.node && compareEntry(node.order(i), node.pointers[i], previous.node->order(previous.index),
+                                        previous.node->pointers[previous.index]) < 0)
+        return "leaf " + at + ": record " + std::to_string(node.pointers[i]) + " comes after record " +
+               std::to_string(previous.node->pointers[previous.index]) + " whose key sorts after its own";
+      previous = {&node, i};
+    }
+    high = node.size() == 0 ? Place{} : Place{&node, node.size() - 1};
+    return {};
+  }
+  if (node.size() > size_t(info.maxKeys) + 1) return "interior " + at + " holds more keys than fit";
+  for (size_t i = 0; i < node.size(); ++i) {
+    Place childHigh;
+    std::string fault = verifyNode(tag, node.pointers[i], level + 1, seen, previous, childHigh);
+    if (!fault.empty()) return fault;
+    if (!childHigh.node) return "interior " + at + ": child " + std::to_string(i) + " holds no keys";
+    if (i + 1 < node.size() && childHigh.node->key(childHigh.index) != node.key(i))
+      return "interior " + at + ": key " + std::to_string(i) + " is not the highest key under page " +
+             std::to_string(node.pointers[i]);
+    high = childHigh;
+  }
+  return {};
+}
+
+}  // namespace dbase
