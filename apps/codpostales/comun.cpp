@@ -2,6 +2,7 @@
 
 #include "cli.h"
 #include "dbase/core/dbf_file.h"
+#include "dbase/core/mdx_tags.h"
 #include "dbase/core/path.h"
 
 namespace cli {
@@ -135,7 +136,10 @@ std::shared_ptr<dbase::DbfFile> abreTabla(const std::string& ruta) {
     const char* motivo = dbase::directoryExistsCaseInsensitive(ruta) ? "es un directorio, no una tabla" : "no existe";
     throw ErrorDeUso(ruta + ": " + motivo);
   }
-  return dbase::DbfFile::open(ruta);
+  auto tabla = dbase::DbfFile::open(ruta);
+  // A production index is read now, and kept right on every write.
+  if (tabla->hasProductionMdx()) dbase::MdxTags::of(*tabla);
+  return tabla;
 }
 
 void escribe(const std::string& bytes) {

@@ -233,6 +233,8 @@ void TTable::Open() {
   QString name = tableName_;
   if (!name.contains('.')) name += QStringLiteral(".DBF");
   auto file = dbase::DbfFile::open(directory + "/" + utf8(name));
+  // A production index is read now, and kept right on every write.
+  if (file->hasProductionMdx()) dbase::MdxTags::of(*file);
   for (auto& f : fields_) {
     if (f->calculated_) continue;
     f->index_ = file->fieldIndex(utf8(f->name_));

@@ -283,15 +283,6 @@ TEST(ProductionIndex, AnotherProgramsNewIndexIsNoticedBeforeTheNextSearch) {
   EXPECT_EQ(cursorOrder(cursor), (std::vector<uint32_t>{3, 2, 1}));
 }
 
-TEST(ProductionIndex, WritingToATableWithAnIndexFileIsStillRefused) {
-  TempDir dir;
-  auto file = makeTable(dir.path(), "T.DBF", {charField("A", 4)}, {{"a"}});
-  rebuildProductionIndex(*file, {{"A", "A", "", false, false}});
-  EXPECT_TRUE(file->hasProductionMdx());
-  EXPECT_THROW(file->append(file->blankRecord()), Error);
-  EXPECT_EQ(file->recordCount(), 1u);
-}
-
 TEST(ProductionIndex, MissingIndexFileLeavesTheTableReadableWithItsProblemSaid) {
   TempDir dir;
   makeTable(dir.path(), "T.DBF", {charField("A", 4)}, {{"a"}});

@@ -13,6 +13,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <exception>
+#include <functional>
 #include <list>
 #include <map>
 #include <mutex>
@@ -575,9 +577,10 @@ void DbfFile::parseHeader(const unsigned char* h, size_t available, uint64_t fil
 }
 
 void DbfFile::checkWritable() const {
-  if (productionMdx_)
+  if (productionMdx_ &&
+      std::none_of(listeners_.begin(), listeners_.end(), [](const auto& l) { return l->keepsProductionIndex(); }))
     throw Error(ErrorKind::NotSupported, name_,
-                "la tabla tiene un índice de producción .MDX que este motor aún no mantiene; "
+                "la tabla tiene un índice de producción .MDX que no se está manteniendo; "
                 "escribir en ella lo dejaría desfasado para los demás programas");
   if (!writable_) throw Error(ErrorKind::Io, name_, "la tabla es de sólo lectura");
 }
@@ -614,6 +617,54 @@ void DbfFile::writeHeaderDate() {
   if (header_.size() >= kOffUpdateDate + sizeof h) std::memcpy(header_.data() + kOffUpdateDate, h, sizeof h);
 }
 
+// The listeners told that rows are about to be written (they may refuse),
+// and told again if the rows could not be written after all.
+class DbfFile::WriteAnnounced {
+ public:
+  explicit WriteAnnounced(std::vector<std::unique_ptr<RowListener>>& listeners) : listeners_(listeners) {
+    try {
+      for (; ready_ < listeners_.size(); ++ready_) listeners_[ready_]->beforeWrite();
+    } catch (...) {
+      abandon();
+      throw;
+    }
+  }
+  ~WriteAnnounced() {
+    if (!done_) abandon();
+  }
+  WriteAnnounced(const WriteAnnounced&) = delete;
+  WriteAnnounced& operator=(const WriteAnnounced&) = delete;
+  void done() { done_ = true; }
+
+ private:
+  void abandon() noexcept {
+    for (size_t i = 0; i < ready_; ++i) {
+      try {
+        listeners_[i]->writeAbandoned();
+      } catch (...) {
+        // nothing was written; what the listener holds is let go with it
+      }
+    }
+  }
+  std::vector<std::unique_ptr<RowListener>>& listeners_;
+  size_t ready_ = 0;
+  bool done_ = false;
+};
+
+// Every listener hears of the rows written, even when one fails to follow
+// them; the first failure is then passed on.
+void DbfFile::tellListeners(const std::function<void(RowListener&)>& tell) {
+  std::exception_ptr failed;
+  for (auto& l : listeners_) {
+    try {
+      tell(*l);
+    } catch (...) {
+      if (!failed) failed = std::current_exception();
+    }
+  }
+  if (failed) std::rethrow_exception(failed);
+}
+
 uint32_t DbfFile::append(std::string_view record) {
   if (record.size() != recordLength_) throw Error(ErrorKind::InvalidArgument, name_, "registro de longitud errónea");
   return appendMany(record);
@@ -644,6 +695,7 @@ uint32_t DbfFile::appendMany(std::string_view records) {
   if (count_ + adding > kMaxRecords) throw Error(ErrorKind::NotSupported, name_, "la tabla está llena");
   const uint32_t first = count_ + 1;
   lock->lockNextRecord(first);
+  WriteAnnounced announced(listeners_);
   // Rows and end-of-file byte in one write, before the count: invariant (1).
   const uint64_t offset = headerLength_ + uint64_t(count_) * recordLength_;
   char end = char(kEndOfFile);
@@ -661,7 +713,8 @@ uint32_t DbfFile::appendMany(std::string_view records) {
   writeHeaderCountAndDate();
   disk_.size = headerLength_ + uint64_t(count_) * recordLength_ + 1;
   ++generation_;
-  for (auto& l : listeners_) l->rowsAppended(first, count_);
+  announced.done();
+  tellListeners([&](RowListener& l) { l.rowsAppended(first, count_); });
   return first;
 }
 
@@ -670,6 +723,7 @@ void DbfFile::update(uint32_t recno, std::string_view record) {
   if (recno < 1 || recno > count_) throw Error(ErrorKind::InvalidArgument, name_, "registro inexistente");
   if (record.size() != recordLength_) throw Error(ErrorKind::InvalidArgument, name_, "registro de longitud errónea");
   RecordLock lock(fd_, name_, recno);
+  WriteAnnounced announced(listeners_);
   writeAt(headerLength_ + uint64_t(recno - 1) * recordLength_, record.data(), record.size());
   std::string old(record.size(), ' ');
   char* row = rows_.data() + size_t(recno - 1) * recordLength_;
@@ -680,7 +734,8 @@ void DbfFile::update(uint32_t recno, std::string_view record) {
   writeHeaderDate();
   ++generation_;
   ++rewriteGeneration_;
-  for (auto& l : listeners_) l->rowChanged(recno, old.data());
+  announced.done();
+  tellListeners([&](RowListener& l) { l.rowChanged(recno, old.data()); });
 }
 
 void DbfFile::setProductionIndexFlags(bool present, const std::vector<bool>& fieldKeyedAlone) {

@@ -28,6 +28,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -163,6 +164,8 @@ class DbfFile {
   static void release(DbfFile* file);
 
   DbfFile() = default;
+  class WriteAnnounced;
+  void tellListeners(const std::function<void(RowListener&)>& tell);
   void load();
   void parseHeader(const unsigned char* header, size_t available, uint64_t fileSize);
   void checkWritable() const;

@@ -63,18 +63,31 @@ void appendMdxOrderKey(const Collation& collation, char keyType, bool descending
     for (size_t i = start; i < out.size(); ++i) out[i] = char(~uint8_t(out[i]));
 }
 
-MdxTag::MdxTag(const DbfFile& file, const MdxTagInfo& info, KeyExpression expression)
-    : file_(file), info_(info), expression_(std::move(expression)), pieces_(keyPieces(expression_)) {}
+MdxTag::MdxTag(const DbfFile& file, const MdxTagInfo& info, KeyExpression expression,
+               std::optional<KeyExpression> condition)
+    : file_(file),
+      info_(info),
+      expression_(std::move(expression)),
+      pieces_(keyPieces(expression_)),
+      condition_(std::move(condition)) {}
 
 MdxTag::~MdxTag() = default;
 
-void MdxTag::reset(const MdxFile& mdx, size_t index, KeyExpression expression) {
+void MdxTag::reset(const MdxFile& mdx, size_t index, KeyExpression expression,
+                   std::optional<KeyExpression> condition) {
   mdx_ = &mdx;
   index_ = index;
   info_ = mdx.tags()[index];
   expression_ = std::move(expression);
   pieces_ = keyPieces(expression_);
+  condition_ = std::move(condition);
   loaded_ = false;
+}
+
+void MdxTag::rebind(const MdxFile& mdx, size_t index) {
+  mdx_ = &mdx;
+  index_ = index;
+  info_ = mdx.tags()[index];
 }
 
 void MdxTag::appendOrderKey(std::string_view stored, std::string& out) const {
@@ -85,25 +98,97 @@ void MdxTag::ensureLoaded() {
   if (!loaded_) load();
 }
 
+void MdxTag::storeKey(uint32_t recno, std::string_view orderKey) {
+  if (keyRef_.size() <= recno) keyRef_.resize(size_t(recno) + 1, kNoKey);
+  keyRef_[recno] = uint64_t(keys_.size()) << 16 | orderKey.size();
+  keys_.append(orderKey);
+}
+
+std::string_view MdxTag::storedKey(uint32_t recno) const {
+  const uint64_t ref = keyRef_[recno];
+  return std::string_view(keys_).substr(size_t(ref >> 16), size_t(ref & 0xFFFF));
+}
+
 void MdxTag::load() {
   order_.clear();
   keys_.clear();
-  keyStart_.assign(1, 0);
   const uint32_t count = file_.recordCount();
-  rank_.assign(size_t(count) + 1, kAbsent);
+  keyRef_.assign(size_t(count) + 1, kNoKey);
+  std::string orderKey;
   if (mdx_) {
     mdx_->walk(index_, [&](std::string_view key, uint32_t recno) {
       // A key for a row past the table's end or held twice is the index
       // file's fault; a deleted row is one the view does not show.
-      if (recno == 0 || recno > count || rank_[recno] != kAbsent || file_.isDeleted(recno)) return;
-      rank_[recno] = uint32_t(order_.size());
+      if (recno == 0 || recno > count || keyRef_[recno] != kNoKey || file_.isDeleted(recno)) return;
       order_.push_back(recno);
-      appendOrderKey(key, keys_);
-      keyStart_.push_back(uint32_t(keys_.size()));
+      orderKey.clear();
+      appendOrderKey(key, orderKey);
+      storeKey(recno, orderKey);
     });
   }
+  rankStale_ = true;
   everyLiveRow_ = order_.size() == size_t(count - file_.deletedCount());
   loaded_ = true;
+}
+
+bool MdxTag::shows(uint32_t recno) const {
+  if (recno == 0 || recno > file_.recordCount() || file_.isDeleted(recno)) return false;
+  return !condition_ || condition_->isTrue(file_.record(recno));
+}
+
+size_t MdxTag::position(std::string_view key, uint32_t recno) const {
+  size_t lo = 0, hi = order_.size();
+  while (lo < hi) {
+    const size_t mid = (lo + hi) / 2;
+    const int c = storedKey(order_[mid]).compare(key);
+    if (c < 0 || (c == 0 && order_[mid] < recno))
+      lo = mid + 1;
+    else
+      hi = mid;
+  }
+  return lo;
+}
+
+void MdxTag::place(uint32_t recno) {
+  if (!shows(recno)) return;
+  std::string stored, orderKey;
+  expression_.appendKey(file_.record(recno), stored);
+  appendOrderKey(stored, orderKey);
+  const size_t at = position(orderKey, recno);
+  // A unique tag holds the first row of a key only, as the index file does.
+  if (info_.unique && ((at < order_.size() && storedKey(order_[at]) == orderKey) ||
+                       (at > 0 && storedKey(order_[at - 1]) == orderKey)))
+    return;
+  storeKey(recno, orderKey);
+  order_.insert(order_.begin() + long(at), recno);
+  rankStale_ = true;
+}
+
+void MdxTag::unplace(uint32_t recno) {
+  if (recno >= keyRef_.size() || keyRef_[recno] == kNoKey) return;
+  const size_t at = position(storedKey(recno), recno);
+  if (at < order_.size() && order_[at] == recno) order_.erase(order_.begin() + long(at));
+  keyRef_[recno] = kNoKey;
+  rankStale_ = true;
+}
+
+void MdxTag::rowsAppended(uint32_t first, uint32_t last) {
+  if (!loaded_) return;
+  // Many rows at once: reading the index file again costs less than
+  // placing each.
+  if (size_t(last - first) + 1 > order_.size() / 8 + 64) {
+    loaded_ = false;
+    return;
+  }
+  for (uint32_t r = first; r <= last; ++r) place(r);
+  everyLiveRow_ = everyLiveRow_ && order_.size() == size_t(file_.recordCount() - file_.deletedCount());
+}
+
+void MdxTag::rowChanged(uint32_t recno) {
+  if (!loaded_) return;
+  unplace(recno);
+  place(recno);
+  everyLiveRow_ = order_.size() == size_t(file_.recordCount() - file_.deletedCount());
 }
 
 void MdxTag::retire() {
@@ -123,14 +208,18 @@ uint32_t MdxTag::recnoAt(size_t rank) {
 
 std::string_view MdxTag::keyOf(uint32_t recno) {
   ensureLoaded();
-  if (recno >= rank_.size() || rank_[recno] == kAbsent) return {};
-  const uint32_t r = rank_[recno];
-  return std::string_view(keys_).substr(keyStart_[r], keyStart_[r + 1] - keyStart_[r]);
+  if (recno >= keyRef_.size() || keyRef_[recno] == kNoKey) return {};
+  return storedKey(recno);
 }
 
 size_t MdxTag::rankOf(uint32_t recno) {
   ensureLoaded();
-  if (recno >= rank_.size() || rank_[recno] == kAbsent) return order_.size();
+  if (recno >= keyRef_.size() || keyRef_[recno] == kNoKey) return order_.size();
+  if (rankStale_) {
+    rank_.assign(keyRef_.size(), kAbsent);
+    for (size_t i = 0; i < order_.size(); ++i) rank_[order_[i]] = uint32_t(i);
+    rankStale_ = false;
+  }
   return rank_[recno];
 }
 
@@ -139,8 +228,7 @@ size_t MdxTag::lowerBound(std::string_view key) {
   size_t lo = 0, hi = order_.size();
   while (lo < hi) {
     const size_t mid = (lo + hi) / 2;
-    const std::string_view k = std::string_view(keys_).substr(keyStart_[mid], keyStart_[mid + 1] - keyStart_[mid]);
-    if (k < key)
+    if (storedKey(order_[mid]) < key)
       lo = mid + 1;
     else
       hi = mid;

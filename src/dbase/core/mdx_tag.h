@@ -6,11 +6,13 @@
 // keys by the table's collation, numbers and dates as numbers, descending
 // tags inverted), so the cursor's searches work on it as on any tag. Rows the
 // tag leaves out (a FOR condition, a unique tag's later duplicates) and
-// deleted rows are not in it. It loads again after the index file changes.
+// deleted rows are not in it. It loads again after another program changes
+// the index file; this process's own writes are placed in it row by row.
 #pragma once
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -40,14 +42,21 @@ void appendMdxOrderKey(const Collation& collation, char keyType, bool descending
 class MdxTag final : public Tag {
  public:
   // `expression` compiled against the table.
-  MdxTag(const DbfFile& file, const MdxTagInfo& info, KeyExpression expression);
+  MdxTag(const DbfFile& file, const MdxTagInfo& info, KeyExpression expression,
+         std::optional<KeyExpression> condition);
   ~MdxTag() override;
 
   const MdxTagInfo& info() const { return info_; }
   const KeyExpression& expression() const { return expression_; }
   // Read from this index file from now on (the old one changed on disk),
   // where the tag has this place and expression.
-  void reset(const MdxFile& mdx, size_t index, KeyExpression expression);
+  void reset(const MdxFile& mdx, size_t index, KeyExpression expression, std::optional<KeyExpression> condition);
+  // The same file read again after this process changed it: what is loaded
+  // stays, the rows written having been placed with the calls below.
+  void rebind(const MdxFile& mdx, size_t index);
+  // This process wrote rows: place them as the index file now holds them.
+  void rowsAppended(uint32_t first, uint32_t last);
+  void rowChanged(uint32_t recno);
   // The index file no longer has the tag: it holds no rows from now on.
   void retire();
 
@@ -66,6 +75,14 @@ class MdxTag final : public Tag {
  private:
   void ensureLoaded();
   void load();
+  // Whether the view shows the row: live, and let in by the FOR condition.
+  bool shows(uint32_t recno) const;
+  void storeKey(uint32_t recno, std::string_view orderKey);
+  std::string_view storedKey(uint32_t recno) const;
+  // Rank of the first entry not before (key, recno).
+  size_t position(std::string_view key, uint32_t recno) const;
+  void place(uint32_t recno);
+  void unplace(uint32_t recno);
   void appendOrderKey(std::string_view stored, std::string& out) const;
   // The search key piece by piece, when the fields given are the key's
   // leading fields in order; false otherwise.
@@ -80,10 +97,13 @@ class MdxTag final : public Tag {
   size_t index_ = 0;
   bool loaded_ = false;
   bool everyLiveRow_ = true;
-  std::vector<uint32_t> order_;        // record numbers by rank
-  std::vector<uint32_t> rank_;         // rank by record number (kAbsent when not held)
-  std::vector<uint32_t> keyStart_;     // by rank: where its key starts in keys_ (one more than order_)
-  std::string keys_;
+  std::optional<KeyExpression> condition_;
+  std::vector<uint32_t> order_;     // record numbers by rank
+  std::vector<uint32_t> rank_;      // rank by record number (kAbsent when not held); rebuilt when stale
+  bool rankStale_ = false;
+  std::vector<uint64_t> keyRef_;    // by record number: offset in keys_ << 16 | length (kNoKey: not held)
+  std::string keys_;                // orderable keys; a replaced one stays until the next load
+  static constexpr uint64_t kNoKey = ~uint64_t(0);
   // Reused by every search: a blank row, the row searched for, its key.
   std::string blank_, scratchRecord_, scratchKey_;
   static constexpr uint32_t kAbsent = ~uint32_t(0);

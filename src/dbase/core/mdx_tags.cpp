@@ -1,12 +1,18 @@
 #include "dbase/core/mdx_tags.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cctype>
+#include <filesystem>
 
 #include "dbase/core/dbf_file.h"
 #include "dbase/core/error.h"
 #include "dbase/core/key_expression.h"
+#include "dbase/core/mdx_build.h"
 #include "dbase/core/mdx_file.h"
 #include "dbase/core/mdx_tag.h"
+#include "dbase/core/mdx_update.h"
 #include "dbase/core/path.h"
 
 namespace dbase {
@@ -20,6 +26,20 @@ bool sameName(std::string_view a, std::string_view b) {
   for (size_t i = 0; i < a.size(); ++i)
     if (std::toupper(static_cast<unsigned char>(a[i])) != std::toupper(static_cast<unsigned char>(b[i]))) return false;
   return true;
+}
+
+// Whether some program holds the index file's lock (a write under way).
+bool indexLockHeld(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  struct flock probe {};
+  probe.l_type = F_WRLCK;
+  probe.l_whence = SEEK_SET;
+  probe.l_start = off_t(kIndexLockOffset);
+  probe.l_len = 1;
+  const bool held = ::fcntl(fd, F_OFD_GETLK, &probe) == 0 && probe.l_type != F_UNLCK;
+  ::close(fd);
+  return held;
 }
 
 }  // namespace
@@ -41,6 +61,8 @@ std::string MdxTags::pathFor(const std::string& dbfPath) {
   return resolvePathCaseInsensitive(base + ".MDX");
 }
 
+std::string MdxTags::markFor(const std::string& mdxPath) { return mdxPath + ".escribiendo"; }
+
 void MdxTags::read() {
   std::unique_ptr<MdxFile> fresh;
   problem_.clear();
@@ -50,6 +72,7 @@ void MdxTags::read() {
       problem_ = "la tabla anuncia un índice de producción que no está: " + path_;
     } else {
       try {
+        repairCutWrite();
         fresh = MdxFile::open(path_);
       } catch (const Error& e) {
         problem_ = e.what();
@@ -67,7 +90,10 @@ void MdxTags::read() {
     const int at = mdx_ ? indexOf(old->info().name) : -1;
     if (at >= 0 && !tags_[size_t(at)] && mdx_->tagFault(size_t(at)).empty()) {
       try {
-        old->reset(*mdx_, size_t(at), KeyExpression::compile(mdx_->tags()[size_t(at)].expression, file_));
+        const MdxTagInfo& info = mdx_->tags()[size_t(at)];
+        std::optional<KeyExpression> condition;
+        if (!info.forExpression.empty()) condition = KeyExpression::compile(info.forExpression, file_);
+        old->reset(*mdx_, size_t(at), KeyExpression::compile(info.expression, file_), std::move(condition));
         tags_[size_t(at)] = std::move(old);
         continue;
       } catch (const Error&) {
@@ -77,6 +103,43 @@ void MdxTags::read() {
     old->retire();
     retired_.push_back(std::move(old));
   }
+}
+
+// A write of this process or another was cut between the table's rows and
+// the index: the mark it left says so. Nobody holding the index's lock means
+// nobody is still at it, and the index is written anew from the rows.
+void MdxTags::repairCutWrite() {
+  const std::string mark = markFor(path_);
+  if (!std::filesystem::exists(mark) || indexLockHeld(path_)) return;
+  const auto cut = MdxFile::open(path_);
+  const std::string name = cut->name();
+  if (!file_.writable()) {
+    warnings_.push_back("una escritura en la tabla se cortó a medias y su índice " + name +
+                        " puede estar desfasado; no se rehace porque la tabla es de sólo lectura");
+    return;
+  }
+  std::vector<TagDefinition> tags;
+  for (const MdxTagInfo& info : cut->tags())
+    tags.push_back({info.name, info.expression, info.forExpression, info.unique, info.descending});
+  std::optional<IndexFileLock> lock;
+  {
+    const int fd = ::open(path_.c_str(), O_RDWR | O_CLOEXEC);
+    if (fd >= 0) {
+      lock.emplace(fd, name);
+      ::close(fd);
+    }
+  }
+  repairing_ = true;
+  try {
+    rebuildProductionIndex(file_, tags);
+  } catch (...) {
+    repairing_ = false;
+    throw;
+  }
+  repairing_ = false;
+  std::filesystem::remove(mark);
+  warnings_.push_back("una escritura en la tabla se cortó a medias: su índice " + name +
+                      " se ha rehecho a partir de las filas");
 }
 
 const std::vector<MdxTagInfo>& MdxTags::tags() const { return mdx_ ? mdx_->tags() : kNoTags; }
@@ -94,32 +157,185 @@ MdxTag* MdxTags::tag(std::string_view name) {
   const int at = indexOf(name);
   if (at < 0) return nullptr;
   auto& slot = tags_[size_t(at)];
-  if (slot) return slot.get();
-  const MdxTagInfo& info = mdx_->tags()[size_t(at)];
+  if (!slot) slot.reset(makeTag(size_t(at)));
+  return slot.get();
+}
+
+MdxTag* MdxTags::makeTag(size_t at) {
+  const MdxTagInfo& info = mdx_->tags()[at];
   const std::string where = "índice " + info.name + " de " + mdx_->name();
-  if (!mdx_->tagFault(size_t(at)).empty())
-    throw Error(ErrorKind::Corrupt, file_.name(), where + ": " + mdx_->tagFault(size_t(at)));
+  if (!mdx_->tagFault(at).empty()) throw Error(ErrorKind::Corrupt, file_.name(), where + ": " + mdx_->tagFault(at));
   try {
     KeyExpression expression = KeyExpression::compile(info.expression, file_);
     if (expression.type() != info.keyType)
       throw Error(ErrorKind::NotSupported, file_.name(),
                   "la expresión " + info.expression + " no da claves de tipo " + std::string(1, info.keyType));
-    slot = std::make_unique<MdxTag>(file_, info, expression);
-    slot->reset(*mdx_, size_t(at), std::move(expression));
+    std::optional<KeyExpression> condition;
+    if (!info.forExpression.empty()) {
+      condition = KeyExpression::compile(info.forExpression, file_);
+      if (condition->type() != 'L')
+        throw Error(ErrorKind::NotSupported, file_.name(), "la condición " + info.forExpression + " no es lógica");
+    }
+    auto tag = std::make_unique<MdxTag>(file_, info, expression, condition);
+    tag->reset(*mdx_, at, std::move(expression), std::move(condition));
+    return tag.release();
   } catch (const Error& e) {
     throw Error(e.kind(), file_.name(), where + " (" + info.expression + "): " + e.fault());
   }
-  return slot.get();
 }
 
-// Writes to a table with a production index are refused by the file until
-// the engine keeps the index; what is served is read again if one happens.
-void MdxTags::rowsAppended(uint32_t, uint32_t) { rowsReloaded(); }
-void MdxTags::rowChanged(uint32_t, const char*) { rowsReloaded(); }
+std::vector<MdxTags::Keeper> MdxTags::keepers() const {
+  std::vector<Keeper> out;
+  for (size_t i = 0; i < mdx_->tags().size(); ++i) {
+    const MdxTagInfo& info = mdx_->tags()[i];
+    const std::string refusal = "no se escribe en la tabla para no dejar desfasado su índice " + mdx_->name() +
+                                ": el índice " + info.name + " (" + info.expression + ") ";
+    if (!mdx_->tagFault(i).empty())
+      throw Error(ErrorKind::Corrupt, file_.name(), refusal + "está dañado: " + mdx_->tagFault(i));
+    try {
+      Keeper k{KeyExpression::compile(info.expression, file_), std::nullopt, info.unique};
+      if (!info.forExpression.empty()) k.condition = KeyExpression::compile(info.forExpression, file_);
+      if (k.key.type() != info.keyType || (k.condition && k.condition->type() != 'L'))
+        throw Error(ErrorKind::NotSupported, file_.name(), "sus claves no son del tipo que dice el índice");
+      out.push_back(std::move(k));
+    } catch (const Error& e) {
+      throw Error(ErrorKind::NotSupported, file_.name(), refusal + "no se puede evaluar: " + e.fault());
+    }
+  }
+  return out;
+}
+
+void MdxTags::beforeWrite() {
+  if (!file_.hasProductionMdx()) return;  // nothing to keep
+  if (!mdx_)
+    throw Error(ErrorKind::NotSupported, file_.name(),
+                (problem_.empty() ? std::string("la tabla anuncia un índice de producción que no se puede leer") : problem_) +
+                    "; no se escribe en la tabla para no dejarlo desfasado");
+  const int fd = ::open(path_.c_str(), O_RDWR | O_CLOEXEC);
+  if (fd < 0) throw Error(ErrorKind::Io, file_.name(), "no se puede abrir para escribir su índice " + path_);
+  try {
+    lock_.emplace(fd, mdx_->name());
+  } catch (...) {
+    ::close(fd);
+    throw;
+  }
+  ::close(fd);
+  try {
+    if (mdx_->changedOnDisk()) read();  // another program's changes, seen under the lock
+    if (!mdx_) throw Error(ErrorKind::NotSupported, file_.name(), problem_ + "; no se escribe en la tabla");
+    writing_ = keepers();
+    update_ = MdxUpdate::open(path_);
+    for (size_t t = 0; t < writing_.size(); ++t) {
+      const MdxTagInfo& info = mdx_->tags()[t];
+      update_->setOrder(t, [&collation = file_.collation(), type = info.keyType, descending = info.descending,
+                            pieces = keyPieces(writing_[t].key)](std::string_view stored, std::string& out) {
+        appendMdxOrderKey(collation, type, descending, pieces, stored, out);
+      });
+    }
+    const int mark = ::open(markFor(path_).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+    if (mark < 0) throw Error(ErrorKind::Io, file_.name(), "no se puede dejar la marca de escritura junto a " + path_);
+    ::close(mark);
+  } catch (...) {
+    update_.reset();
+    writing_.clear();
+    lock_.reset();
+    throw;
+  }
+}
+
+void MdxTags::writeAbandoned() {
+  update_.reset();
+  writing_.clear();
+  std::filesystem::remove(markFor(path_));
+  lock_.reset();
+}
+
+// The rows are written and the index is not: the mark stays, and reading the
+// index again finds it and writes the index anew from the rows.
+void MdxTags::abandonCutWrite() {
+  update_.reset();
+  writing_.clear();
+  lock_.reset();
+  read();
+}
+
+void MdxTags::endWrite() {
+  update_->flush();
+  update_.reset();
+  writing_.clear();
+  rereadOwnWrite();
+  std::filesystem::remove(markFor(path_));
+  lock_.reset();
+}
+
+void MdxTags::rereadOwnWrite() {
+  auto fresh = MdxFile::open(path_);
+  for (size_t i = 0; i < tags_.size() && i < fresh->tags().size(); ++i)
+    if (tags_[i]) tags_[i]->rebind(*fresh, i);
+  mdx_ = std::move(fresh);
+}
+
+void MdxTags::rowsAppended(uint32_t first, uint32_t last) {
+  if (!update_) {  // no index kept, or rows written without asking first
+    if (mdx_ || file_.hasProductionMdx()) read();
+    return;
+  }
+  try {
+    std::string key;
+    for (size_t t = 0; t < writing_.size(); ++t) {
+      const Keeper& k = writing_[t];
+      for (uint32_t r = first; r <= last; ++r) {
+        const char* record = file_.record(r);
+        if (k.condition && !k.condition->isTrue(record)) continue;
+        key.clear();
+        k.key.appendKey(record, key);
+        if (k.unique && update_->containsKey(t, key)) continue;  // dBase indexes a key's first row only
+        update_->insert(t, key, r);
+      }
+    }
+    endWrite();
+  } catch (...) {
+    // The mark stays: the index is written anew at the next opening.
+    abandonCutWrite();
+    throw;
+  }
+  for (auto& t : tags_)
+    if (t) t->rowsAppended(first, last);
+}
+
+void MdxTags::rowChanged(uint32_t recno, const char* oldRecord) {
+  if (!update_) {
+    if (mdx_ || file_.hasProductionMdx()) read();
+    return;
+  }
+  try {
+    std::string before, after;
+    const char* record = file_.record(recno);
+    for (size_t t = 0; t < writing_.size(); ++t) {
+      const Keeper& k = writing_[t];
+      const bool wasIn = !k.condition || k.condition->isTrue(oldRecord);
+      const bool isIn = !k.condition || k.condition->isTrue(record);
+      before.clear();
+      after.clear();
+      k.key.appendKey(oldRecord, before);
+      k.key.appendKey(record, after);
+      if (wasIn && isIn && before == after) continue;
+      if (wasIn) update_->remove(t, before, recno);
+      if (isIn && !(k.unique && update_->containsKey(t, after))) update_->insert(t, after, recno);
+    }
+    endWrite();
+  } catch (...) {
+    abandonCutWrite();
+    throw;
+  }
+  for (auto& t : tags_)
+    if (t) t->rowChanged(recno);
+}
 
 void MdxTags::rowsReloaded() { read(); }
 
 bool MdxTags::checkDisk() {
+  if (repairing_ || update_) return false;
   if (mdx_) {
     if (!mdx_->changedOnDisk()) return false;
   } else if (!file_.hasProductionMdx() || !fileExistsCaseInsensitive(path_)) {

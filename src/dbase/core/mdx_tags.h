@@ -1,19 +1,33 @@
 // The production index file (.MDX) of a table, kept with the table's file:
-// the tags it holds, served to cursors (MdxTag) and noticed again when
-// another program changes the index file.
+// the tags it holds, served to cursors (MdxTag), kept right on every write of
+// this process, and noticed again when another program changes it.
 //
 // A table whose header announces a production index has it read on first
 // use. An index file that is missing or whose header cannot be read leaves
-// the table without one (problem() says why); a tag whose expression the
-// engine cannot evaluate, or whose header is damaged, is unusable alone, and
-// asking for it is the error.
+// the table without one (problem() says why, and writes are refused); a tag
+// whose expression the engine cannot evaluate, or whose header is damaged,
+// is unusable alone, and asking for it is the error.
+//
+// A write goes (DbfFile calls these with the table's own lock held):
+//   beforeWrite   the index file's lock, its keys ready, the mark of a
+//                 write under way (NAME.MDX.escribiendo) made
+//   rows written  by the table file
+//   rowsAppended  every tag's entries inserted (FOR condition, unique tags
+//   rowChanged    as dBase has them) and written, the mark removed, the
+//                 lock let go
+// A process killed in between leaves the mark: the next opening that finds
+// it with nobody holding the index's lock writes the index anew from the
+// rows and says so in warnings().
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "dbase/core/dbase_locks.h"
+#include "dbase/core/key_expression.h"
 #include "dbase/core/row_listener.h"
 
 namespace dbase {
@@ -21,6 +35,7 @@ namespace dbase {
 class DbfFile;
 class MdxFile;
 class MdxTag;
+class MdxUpdate;
 struct MdxTagInfo;
 
 class MdxTags : public RowListener {
@@ -32,10 +47,14 @@ class MdxTags : public RowListener {
   static MdxTags& of(DbfFile& file);
   // Where the production index of a table lies (it need not exist).
   static std::string pathFor(const std::string& dbfPath);
+  // The mark a write under way leaves beside the index file.
+  static std::string markFor(const std::string& mdxPath);
 
   bool present() const { return mdx_ != nullptr; }
   const std::string& path() const { return path_; }
   const std::string& problem() const { return problem_; }
+  // What the engine did on its own: an index written anew after a cut write.
+  const std::vector<std::string>& warnings() const { return warnings_; }
   // Every tag of the file, in the file's order.
   const std::vector<MdxTagInfo>& tags() const;
   bool has(std::string_view name) const;
@@ -44,6 +63,9 @@ class MdxTags : public RowListener {
   // tag cannot be used.
   MdxTag* tag(std::string_view name);
 
+  bool keepsProductionIndex() const override { return present(); }
+  void beforeWrite() override;
+  void writeAbandoned() override;
   void rowsAppended(uint32_t first, uint32_t last) override;
   void rowChanged(uint32_t recno, const char* oldRecord) override;
   void rowsReloaded() override;
@@ -51,18 +73,38 @@ class MdxTags : public RowListener {
   size_t memoryBytes() const override;
 
  private:
+  // What a write needs of each tag: its key and FOR condition compiled.
+  struct Keeper {
+    KeyExpression key;
+    std::optional<KeyExpression> condition;
+    bool unique = false;
+  };
   void read();
+  void repairCutWrite();
   int indexOf(std::string_view name) const;
+  MdxTag* makeTag(size_t at);
+  std::vector<Keeper> keepers() const;
+  // After this process's own write: the file read again, the tags' loaded
+  // rows kept (they were placed as written).
+  void rereadOwnWrite();
+  void endWrite();
+  void abandonCutWrite();
 
   DbfFile& file_;
   std::string path_;
   std::string problem_;
+  std::vector<std::string> warnings_;
   std::unique_ptr<MdxFile> mdx_;
   // By the tag's place in the file; made when first asked for.
   std::vector<std::unique_ptr<MdxTag>> tags_;
   // Tags of an earlier reading that the new one lacks: cursors may still
   // hold them until they change order.
   std::vector<std::unique_ptr<MdxTag>> retired_;
+  // The write under way.
+  std::optional<IndexFileLock> lock_;
+  std::unique_ptr<MdxUpdate> update_;
+  std::vector<Keeper> writing_;
+  bool repairing_ = false;
 };
 
 }  // namespace dbase

@@ -16,6 +16,15 @@ class RowListener {
   virtual void rowsAppended(uint32_t first, uint32_t last) = 0;
   // Row recno was rewritten in place; oldRecord is what it held before.
   virtual void rowChanged(uint32_t recno, const char* oldRecord) = 0;
+  // Whether the listener keeps the table's production index right on every
+  // write: a table that announces one takes writes only then.
+  virtual bool keepsProductionIndex() const { return false; }
+  // With the table's write lock held, before rows are written: the listener
+  // makes ready what it changes with them, or refuses the write by throwing
+  // (nothing is written then). writeAbandoned follows when the rows could not
+  // be written after all; rowsAppended or rowChanged when they were.
+  virtual void beforeWrite() {}
+  virtual void writeAbandoned() {}
   // Every row was read anew from disk: another program changed the file.
   virtual void rowsReloaded() = 0;
   // Before the file looks at the disk for other programs' changes: the

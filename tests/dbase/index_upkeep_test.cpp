@@ -1,0 +1,260 @@
+// Writes to a table with a production index: every tag of the index file
+// follows each append and edit, as dBase keeps it, other programs' locks are
+// waited for a bounded time, and a write cut between the rows and the index
+// is noticed and the index written anew.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <QString>
+#include <QVariantList>
+#include <chrono>
+#include <filesystem>
+#include <map>
+
+#include "dbase/TTable.h"
+#include "dbase/core/cursor.h"
+#include "dbase/core/dbase_locks.h"
+#include "dbase/core/dbf_file.h"
+#include "dbase/core/error.h"
+#include "dbase/core/field_value.h"
+#include "dbase/core/mdx_build.h"
+#include "dbase/core/mdx_file.h"
+#include "dbase/core/mdx_tag.h"
+#include "dbase/core/mdx_tags.h"
+#include "support/tables.h"
+#include "support/temp_dir.h"
+
+using namespace dbase;
+using namespace testsupport;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using Entries = std::vector<std::pair<std::string, uint32_t>>;
+
+// Every tag's entries as the index file holds them, by tag name.
+std::map<std::string, Entries> walkAll(const std::string& mdxPath) {
+  std::map<std::string, Entries> out;
+  auto mdx = MdxFile::open(mdxPath);
+  for (size_t t = 0; t < mdx->tags().size(); ++t) {
+    Entries& e = out[mdx->tags()[t].name];
+    mdx->walk(t, [&](std::string_view key, uint32_t recno) { e.emplace_back(std::string(key), recno); });
+  }
+  return out;
+}
+
+// What the index would hold if written whole from the table's rows now: a
+// copy of the table reindexed in another folder.
+std::map<std::string, Entries> rebuiltFromRows(const std::string& dir, const std::string& table) {
+  TempDir other;
+  fs::copy_file(fs::path(dir) / (table + ".DBF"), fs::path(other.path()) / (table + ".DBF"));
+  fs::copy_file(fs::path(dir) / (table + ".MDX"), fs::path(other.path()) / (table + ".MDX"));
+  {
+    auto copy = DbfFile::open(other.file(table + ".DBF"));
+    rebuildProductionIndex(*copy, productionTags(*copy));
+  }
+  return walkAll(other.file(table + ".MDX"));
+}
+
+const std::vector<TagDefinition> kTags = {
+    {"NOMBRE", "UPPER(NOMBRE)", "", false, false},
+    {"PROVNOM", "PROVINCIA+NOMBRE", "", false, false},
+    {"HABIT", "HABITANTES", "", false, true},
+    {"GRANDES", "NOMBRE", "HABITANTES>=100000", false, false},
+    {"UNAPROV", "PROVINCIA", "", true, false}};
+
+class IndexUpkeep : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    file = makeTable(dir.path(), "MUNI.DBF", {charField("PROVINCIA", 2), charField("NOMBRE", 20), numField("HABITANTES", 8)},
+                     {{"28", "Madrid", "3300000"}, {"08", "Barcelona", "1600000"}, {"28", "Getafe", "180000"}});
+    rebuildProductionIndex(*file, kTags);
+    MdxTags::of(*file);  // kept from now on, as a table opened by the engine has it
+  }
+  std::string row(const std::string& prov, const std::string& name, const std::string& people) {
+    std::string r = file->blankRecord();
+    setFieldText(file->field("PROVINCIA"), r.data(), prov, file->codePage(), file->name());
+    setFieldText(file->field("NOMBRE"), r.data(), name, file->codePage(), file->name());
+    setFieldText(file->field("HABITANTES"), r.data(), people, file->codePage(), file->name());
+    return r;
+  }
+  void expectIndexAsRebuilt() {
+    EXPECT_EQ(walkAll(dir.file("MUNI.MDX")), rebuiltFromRows(dir.path(), "MUNI"));
+    EXPECT_FALSE(fs::exists(MdxTags::markFor(dir.file("MUNI.MDX"))));
+  }
+  TempDir dir;
+  std::shared_ptr<DbfFile> file;
+};
+
+}  // namespace
+
+TEST_F(IndexUpkeep, AppendedRowsLandInEveryTagWithConditionsAndUniqueKeysAsDbaseHasThem) {
+  file->append(row("46", "Valencia", "790000"));
+  file->append(row("28", "Alcalá de Henares", "195000"));  // a second 28: not in the unique tag
+  file->appendMany(row("08", "Sabadell", "215000") + row("41", "Écija", "40000"));
+  EXPECT_EQ(file->recordCount(), 7u);
+  expectIndexAsRebuilt();
+  const auto walked = walkAll(dir.file("MUNI.MDX"));
+  EXPECT_EQ(walked.at("UNAPROV").size(), 4u);  // 28, 08, 46, 41
+  EXPECT_EQ(walked.at("GRANDES").size(), 6u);  // all but Écija
+}
+
+TEST_F(IndexUpkeep, EditOfAKeyFieldMovesTheRowInEveryTag) {
+  std::string r(file->record(3), file->recordLength());
+  setFieldText(file->field("NOMBRE"), r.data(), "Aranjuez", file->codePage(), file->name());
+  setFieldText(file->field("HABITANTES"), r.data(), "60000", file->codePage(), file->name());
+  file->update(3, r);
+  expectIndexAsRebuilt();
+}
+
+TEST_F(IndexUpkeep, DeletedRowKeepsItsKeysInTheFileAndLeavesTheView) {
+  const auto before = walkAll(dir.file("MUNI.MDX"));
+  std::string r(file->record(1), file->recordLength());
+  r[0] = '*';
+  file->update(1, r);
+  EXPECT_EQ(walkAll(dir.file("MUNI.MDX")), before);  // dBase keeps a deleted row's keys
+  MdxTag* tag = MdxTags::of(*file).tag("NOMBRE");
+  Cursor c(file);
+  c.setOrder(*tag, tag->expression().fields());
+  EXPECT_EQ(c.count(), 2u);
+  r[0] = ' ';
+  file->update(1, r);
+  EXPECT_EQ(c.count(), 3u);
+}
+
+TEST_F(IndexUpkeep, CursorOnAnIndexTagFindsTheRowsItsProcessWrites) {
+  MdxTag* tag = MdxTags::of(*file).tag("PROVNOM");
+  Cursor c(file);
+  c.setOrder(*tag, tag->expression().fields());
+  EXPECT_EQ(c.count(), 3u);
+  file->append(row("28", "Alcorcón", "170000"));
+  ASSERT_TRUE(c.seek({"28", "Alcorcón"}, true));
+  EXPECT_EQ(c.recno(), 4u);
+  std::vector<uint32_t> order;
+  for (c.first(); !c.eof(); c.next()) order.push_back(c.recno());
+  EXPECT_EQ(order, (std::vector<uint32_t>{2, 4, 3, 1}));  // 08 Barcelona, 28 Alcorcón, Getafe, Madrid
+}
+
+TEST_F(IndexUpkeep, TableAppendAndPostKeepTheIndexAndSearchThroughIt) {
+  TTable t;
+  t.SetDatabaseName(QString::fromStdString(dir.path()));
+  t.SetTableName("MUNI.DBF");
+  t.Open();
+  t.SetIndexName("NOMBRE");
+  t.Append();
+  t.FieldByName("PROVINCIA")->SetAsString("50");
+  t.FieldByName("NOMBRE")->SetAsString("Zaragoza");
+  t.FieldByName("HABITANTES")->SetAsInteger(680000);
+  t.Post();
+  EXPECT_TRUE(t.FindKey({"ZARAGOZA"}));
+  EXPECT_EQ(t.FieldByName("PROVINCIA")->AsString(), "50");
+  t.Close();
+  expectIndexAsRebuilt();
+}
+
+TEST(IndexUpkeepRefusal, TableWhoseIndexNothingKeepsRefusesWritesAndChangesNothing) {
+  TempDir dir;
+  auto bare = makeTable(dir.path(), "T.DBF", {charField("A", 4)}, {{"a"}});
+  rebuildProductionIndex(*bare, {{"A", "A", "", false, false}});
+  const std::string before = readFile(dir.file("T.DBF"));
+  // Nothing was asked of the index through the engine: nobody keeps it.
+  try {
+    bare->append(bare->blankRecord());
+    FAIL() << "written past an index nobody keeps";
+  } catch (const Error& e) {
+    EXPECT_NE(std::string(e.what()).find("no se está manteniendo"), std::string::npos) << e.what();
+  }
+  EXPECT_EQ(readFile(dir.file("T.DBF")), before);
+  MdxTags::of(*bare);
+  EXPECT_NO_THROW(bare->append(bare->blankRecord()));
+  EXPECT_EQ(walkAll(dir.file("T.MDX")).at("A").size(), 2u);
+}
+
+TEST_F(IndexUpkeep, AnExpressionTheEngineCannotEvaluateRefusesTheWriteAndChangesNothing) {
+  std::vector<MdxTagBuild> tags(1);
+  tags[0] = {"SONIDO", "SOUNDEX(NOMBRE)", "", 'C', 4, false, false, {}};
+  writeMdx(dir.file("MUNI.MDX"), "MUNI", file->languageDriver(), tags);
+  file->syncWithDisk();
+  const std::string dbf = readFile(dir.file("MUNI.DBF"));
+  try {
+    file->append(row("46", "Valencia", "790000"));
+    FAIL() << "written with an index the engine cannot keep";
+  } catch (const Error& e) {
+    EXPECT_NE(std::string(e.what()).find("SOUNDEX(NOMBRE)"), std::string::npos) << e.what();
+  }
+  EXPECT_EQ(readFile(dir.file("MUNI.DBF")), dbf);
+  EXPECT_FALSE(fs::exists(MdxTags::markFor(dir.file("MUNI.MDX"))));
+}
+
+TEST_F(IndexUpkeep, AnotherProgramsIndexLockMakesTheWriteWaitThenFailWithoutWriting) {
+  int ready[2];
+  ASSERT_EQ(pipe(ready), 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    const int fd = ::open(dir.file("MUNI.MDX").c_str(), O_RDWR);
+    struct flock l {};
+    l.l_type = F_WRLCK;
+    l.l_whence = SEEK_SET;
+    l.l_start = off_t(kIndexLockOffset);
+    l.l_len = 1;
+    if (fcntl(fd, F_OFD_SETLK, &l) != 0) _exit(1);
+    (void)!write(ready[1], "x", 1);
+    sleep(3);
+    _exit(0);
+  }
+  char c;
+  ASSERT_EQ(read(ready[0], &c, 1), 1);
+  setLockWait(std::chrono::milliseconds(300));
+  const std::string dbf = readFile(dir.file("MUNI.DBF"));
+  const auto t0 = std::chrono::steady_clock::now();
+  try {
+    file->append(row("46", "Valencia", "790000"));
+    ADD_FAILURE() << "written while another program held the index";
+  } catch (const Error& e) {
+    EXPECT_NE(std::string(e.what()).find("índice"), std::string::npos) << e.what();
+  }
+  EXPECT_GE(std::chrono::steady_clock::now() - t0, std::chrono::milliseconds(250));
+  resetLockWait();
+  EXPECT_EQ(readFile(dir.file("MUNI.DBF")), dbf);
+  EXPECT_EQ(file->recordCount(), 3u);
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+  file->append(row("46", "Valencia", "790000"));  // free again
+  expectIndexAsRebuilt();
+}
+
+TEST_F(IndexUpkeep, WriteCutBetweenRowsAndIndexIsNoticedAndTheIndexWrittenAnew) {
+  // A writer killed after its rows: the rows and the mark are there, the
+  // index lacks the rows.
+  const pid_t child = fork();
+  if (child == 0) {
+    auto f = DbfFile::open(dir.file("MUNI.DBF"));
+    std::string r = f->blankRecord();
+    setFieldText(f->field("PROVINCIA"), r.data(), "46", f->codePage(), f->name());
+    setFieldText(f->field("NOMBRE"), r.data(), "Valencia", f->codePage(), f->name());
+    const int mark = ::open(MdxTags::markFor(dir.file("MUNI.MDX")).c_str(), O_CREAT | O_WRONLY, 0644);
+    ::close(mark);
+    // Rows written as a writer without an index would (the index not told).
+    const int fd = ::open(dir.file("MUNI.DBF").c_str(), O_RDWR);
+    const off_t end = lseek(fd, 0, SEEK_END) - 1;
+    (void)!pwrite(fd, r.data(), r.size(), end);
+    const char eof = 0x1A;
+    (void)!pwrite(fd, &eof, 1, end + off_t(r.size()));
+    unsigned char count[4] = {4, 0, 0, 0};
+    (void)!pwrite(fd, count, 4, 4);
+    _exit(0);
+  }
+  waitpid(child, nullptr, 0);
+  file.reset();
+  auto reopened = DbfFile::open(dir.file("MUNI.DBF"));
+  ASSERT_EQ(reopened->recordCount(), 4u);
+  MdxTags& index = MdxTags::of(*reopened);
+  ASSERT_EQ(index.warnings().size(), 1u);
+  EXPECT_NE(index.warnings()[0].find("se ha rehecho"), std::string::npos) << index.warnings()[0];
+  EXPECT_EQ(walkAll(dir.file("MUNI.MDX")), rebuiltFromRows(dir.path(), "MUNI"));
+  EXPECT_EQ(walkAll(dir.file("MUNI.MDX")).at("NOMBRE").size(), 4u);
+  EXPECT_FALSE(fs::exists(MdxTags::markFor(dir.file("MUNI.MDX"))));
+}
