@@ -29,7 +29,9 @@
 
 #include "azar.h"
 #include "dbase/core/codepage.h"
+#include "dbase/ReferenceTags.h"
 #include "dbase/core/dbf_file.h"
+#include "dbase/core/mdx_build.h"
 #include "dbase/core/field_value.h"
 
 namespace gen {
@@ -440,9 +442,13 @@ class Tabla {
 
   size_t filas() const { return escritas_ + pendientes_; }
 
+  // Writes what is left and the table's production index with the tags the
+  // reference tables declare, as an installation's tables have it.
   size_t cerrar() {
     if (file_) {
       volcar();
+      const auto tags = DefinicionesDeIndiceDeReferencia(QString::fromStdString(file_->path()), *file_);
+      if (!tags.empty()) dbase::rebuildProductionIndex(*file_, tags);
       file_.reset();
     }
     return escritas_;

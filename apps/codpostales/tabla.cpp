@@ -122,6 +122,7 @@ std::string hex2(unsigned valor) {
 void anadeIndices(dbase::DbfFile& tabla, std::string& s) {
   dbase::MdxTags& mdx = dbase::MdxTags::of(tabla);
   if (!mdx.problem().empty()) s += "aviso: " + mdx.problem() + "\n";
+  for (const auto& aviso : mdx.warnings()) s += "aviso: " + aviso + "\n";
   if (!mdx.present()) return;
   s += "índices: " + std::to_string(mdx.tags().size()) + " (" + mdx.path() + ")\n";
   for (const auto& t : mdx.tags()) {

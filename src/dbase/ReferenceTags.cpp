@@ -3,6 +3,7 @@
 #include <QFileInfo>
 
 #include "dbase/TTable.h"
+#include "dbase/core/dbf_file.h"
 
 namespace {
 
@@ -36,6 +37,22 @@ QList<IndiceDeReferencia> IndicesDeReferencia(const QString& fichero) {
   if (base == u"TIPO_VIA") return {{"CODIGO", {"CODIGO"}}, {"NOMBRE", {"NOMBRE"}}};
   if (base == u"MUNICIMJ") return {{"POBLLITE", {"POBLLITE"}}};
   return {};
+}
+
+std::vector<dbase::TagDefinition> DefinicionesDeIndiceDeReferencia(const QString& fichero, const dbase::DbfFile& tabla) {
+  std::vector<dbase::TagDefinition> definiciones;
+  for (const auto& indice : IndicesDeReferencia(fichero)) {
+    QStringList terminos;
+    for (const QString& campo : indice.campos) {
+      const dbase::FieldDescriptor& f = tabla.field(campo.toStdString());
+      if (f.numeric() && indice.campos.size() > 1)
+        terminos << QStringLiteral("STR(%1,%2,%3)").arg(campo).arg(f.length).arg(f.decimals);
+      else
+        terminos << campo;
+    }
+    definiciones.push_back({indice.nombre.toStdString(), terminos.join(u'+').toStdString(), "", false, false});
+  }
+  return definiciones;
 }
 
 void DeclaraIndicesDeReferencia(TTable* tabla) {

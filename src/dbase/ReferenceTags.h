@@ -8,6 +8,10 @@
 #include <QString>
 #include <QStringList>
 
+#include <vector>
+
+#include "dbase/core/mdx_build.h"
+
 class TTable;
 
 struct IndiceDeReferencia {
@@ -19,6 +23,12 @@ struct IndiceDeReferencia {
 // POSTALnn (the per-province street files), TIPO_VIA and MUNICIMJ. Folder,
 // extension and case are ignored. Any other file has no declared tags.
 QList<IndiceDeReferencia> IndicesDeReferencia(const QString& fichero);
+
+// The same tags as a production index holds them: each a key expression that
+// orders as the declared fields do — the field's name for one field, the
+// fields joined by "+" for several, a number among several as STR(field,
+// width, decimals) so that it keeps its place. Empty for other files.
+std::vector<dbase::TagDefinition> DefinicionesDeIndiceDeReferencia(const QString& fichero, const dbase::DbfFile& tabla);
 
 // Declares on the table (AddIndexDef) the tags of its file, TableName().
 void DeclaraIndicesDeReferencia(TTable* tabla);
