@@ -32,7 +32,8 @@ QString alias() { return QString::fromStdString(bench::datos()); }
 std::pair<QString, QString> dosMayoresProvincias() {
   std::vector<std::pair<uint32_t, QString>> ficheros;
   for (const auto& e : fs::directory_iterator(fs::path(bench::datos()) / "Postales")) {
-    const std::string nombre = e.path().filename().string();  // POSTALnn.DBF
+    const std::string nombre = e.path().filename().string();  // POSTALnn.DBF, or its POSTALnn.MDX
+    if (e.path().extension() != ".DBF") continue;
     ficheros.push_back({dbase::DbfFile::open(e.path().string())->recordCount(),
                         QString::fromStdString(nombre.substr(6, 2)) + "000"});
   }

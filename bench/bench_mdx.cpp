@@ -138,6 +138,30 @@ void recorrerVia(benchmark::State& state, std::string origen) {
   state.counters["filas_por_s"] = benchmark::Counter(double(filas), benchmark::Counter::kIsIterationInvariantRate);
 }
 
+// 100,000 rows of the file appended to a fresh copy of it with its index,
+// `lote` rows per call; the index is right on disk after every call, so the
+// clock stops with it written.
+void anadir(benchmark::State& state, std::string origen, size_t lote) {
+  constexpr size_t kFilas = 100000;
+  const std::string conTags = conIndice(origen, "POSTAL94.DBF");
+  for (auto _ : state) {
+    const std::string copia = bench::copiaEnTemporal(conTags, "POSTAL92.DBF");
+    bench::copiaEnTemporal(dbase::MdxTags::pathFor(conTags), "POSTAL92.MDX");
+    auto f = DbfFile::open(copia);
+    dbase::MdxTags::of(*f);
+    std::string filas;
+    for (uint32_t r : bench::filasParaAnadir(f->recordCount(), kFilas)) filas.append(f->record(r), f->recordLength());
+    const size_t largo = f->recordLength();
+    const auto t0 = bench::Reloj::now();
+    for (size_t i = 0; i < kFilas; i += lote)
+      f->appendMany(std::string_view(filas).substr(i * largo, std::min(lote, kFilas - i) * largo));
+    const auto t1 = bench::Reloj::now();
+    state.SetIterationTime(bench::ns(t0, t1) / 1e9);
+    if (dbase::MdxTags::of(*f).tag("VIA")->size() != f->recordCount()) state.SkipWithError("el índice no tiene todas las filas");
+  }
+  state.counters["filas_por_s"] = benchmark::Counter(double(kFilas), benchmark::Counter::kIsIterationInvariantRate);
+}
+
 void registra() {
   const std::string calles = bench::mayorCallejero();
   const std::string nombreCalles = std::filesystem::path(calles).filename().string();
@@ -156,6 +180,11 @@ void registra() {
   auto us = [](benchmark::internal::Benchmark* b) {
     b->Unit(benchmark::kMicrosecond)->Iterations(100000)->UseRealTime();
   };
+  auto una = [](benchmark::internal::Benchmark* b) {
+    b->Unit(benchmark::kMillisecond)->UseManualTime()->Iterations(1);
+  };
+  una(RegisterBenchmark(("mdx/anadir_100k_lotes_1000/" + nombreCalles).c_str(), anadir, calles, size_t(1000)));
+  una(RegisterBenchmark(("mdx/anadir_100k_fila_a_fila/" + nombreCalles).c_str(), anadir, calles, size_t(1)));
   us(RegisterBenchmark("mdx/buscar_exacta/POSTAL00_1M/VIA", [](benchmark::State& s) { buscar(s, true); }));
   us(RegisterBenchmark("mdx/buscar_parcial/POSTAL00_1M/VIA", [](benchmark::State& s) { buscar(s, false); }));
 }

@@ -49,7 +49,10 @@ MdxTags::MdxTags(DbfFile& file) : file_(file) {
   read();
 }
 
-MdxTags::~MdxTags() = default;
+MdxTags::~MdxTags() {
+  lock_.reset();
+  if (lockFd_ >= 0) ::close(lockFd_);
+}
 
 MdxTags& MdxTags::of(DbfFile& file) { return file.listener<MdxTags>(); }
 
@@ -63,7 +66,15 @@ std::string MdxTags::pathFor(const std::string& dbfPath) {
 
 std::string MdxTags::markFor(const std::string& mdxPath) { return mdxPath + ".escribiendo"; }
 
+void MdxTags::forgetWriter() {
+  update_.reset();
+  writing_.clear();
+  if (lockFd_ >= 0) ::close(lockFd_);
+  lockFd_ = -1;
+}
+
 void MdxTags::read() {
+  forgetWriter();
   std::unique_ptr<MdxFile> fresh;
   problem_.clear();
   path_ = pathFor(file_.path());
@@ -207,45 +218,52 @@ std::vector<MdxTags::Keeper> MdxTags::keepers() const {
 
 void MdxTags::beforeWrite() {
   if (!file_.hasProductionMdx()) return;  // nothing to keep
-  if (!mdx_)
-    throw Error(ErrorKind::NotSupported, file_.name(),
-                (problem_.empty() ? std::string("la tabla anuncia un índice de producción que no se puede leer") : problem_) +
-                    "; no se escribe en la tabla para no dejarlo desfasado");
-  const int fd = ::open(path_.c_str(), O_RDWR | O_CLOEXEC);
-  if (fd < 0) throw Error(ErrorKind::Io, file_.name(), "no se puede abrir para escribir su índice " + path_);
+  auto refuse = [&] {
+    return Error(ErrorKind::NotSupported, file_.name(),
+                 (problem_.empty() ? std::string("la tabla anuncia un índice de producción que no se puede leer")
+                                   : problem_) +
+                     "; no se escribe en la tabla para no dejarlo desfasado");
+  };
+  if (!mdx_) throw refuse();
   try {
-    lock_.emplace(fd, mdx_->name());
-  } catch (...) {
-    ::close(fd);
-    throw;
-  }
-  ::close(fd);
-  try {
-    if (mdx_->changedOnDisk()) read();  // another program's changes, seen under the lock
-    if (!mdx_) throw Error(ErrorKind::NotSupported, file_.name(), problem_ + "; no se escribe en la tabla");
-    writing_ = keepers();
-    update_ = MdxUpdate::open(path_);
-    for (size_t t = 0; t < writing_.size(); ++t) {
-      const MdxTagInfo& info = mdx_->tags()[t];
-      update_->setOrder(t, [&collation = file_.collation(), type = info.keyType, descending = info.descending,
-                            pieces = keyPieces(writing_[t].key)](std::string_view stored, std::string& out) {
-        appendMdxOrderKey(collation, type, descending, pieces, stored, out);
-      });
+    // Another program's changes are looked for under the lock; a new file
+    // (written whole elsewhere) is locked again as itself.
+    for (int round = 0; round < 2; ++round) {
+      if (lockFd_ < 0) {
+        lockFd_ = ::open(path_.c_str(), O_RDWR | O_CLOEXEC);
+        if (lockFd_ < 0) throw Error(ErrorKind::Io, file_.name(), "no se puede abrir para escribir su índice " + path_);
+      }
+      lock_.emplace(lockFd_, mdx_->name());
+      if (!mdx_->changedOnDisk()) break;
+      lock_.reset();
+      read();
+      if (!mdx_) throw refuse();
+    }
+    if (!lock_) throw Error(ErrorKind::Io, file_.name(), "su índice " + path_ + " cambia sin parar");
+    if (writing_.empty()) writing_ = keepers();
+    if (!update_) {
+      update_ = MdxUpdate::open(path_);
+      for (size_t t = 0; t < writing_.size(); ++t) {
+        const MdxTagInfo& info = mdx_->tags()[t];
+        update_->setOrder(t, [&collation = file_.collation(), type = info.keyType, descending = info.descending,
+                              pieces = keyPieces(writing_[t].key)](std::string_view stored, std::string& out) {
+          appendMdxOrderKey(collation, type, descending, pieces, stored, out);
+        });
+      }
     }
     const int mark = ::open(markFor(path_).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
     if (mark < 0) throw Error(ErrorKind::Io, file_.name(), "no se puede dejar la marca de escritura junto a " + path_);
     ::close(mark);
+    writeUnderWay_ = true;
   } catch (...) {
-    update_.reset();
-    writing_.clear();
     lock_.reset();
     throw;
   }
 }
 
 void MdxTags::writeAbandoned() {
-  update_.reset();
-  writing_.clear();
+  if (!writeUnderWay_) return;
+  writeUnderWay_ = false;
   std::filesystem::remove(markFor(path_));
   lock_.reset();
 }
@@ -253,18 +271,21 @@ void MdxTags::writeAbandoned() {
 // The rows are written and the index is not: the mark stays, and reading the
 // index again finds it and writes the index anew from the rows.
 void MdxTags::abandonCutWrite() {
-  update_.reset();
-  writing_.clear();
+  writeUnderWay_ = false;
   lock_.reset();
   read();
 }
 
+// Nodes kept between writes, at most: the paths the next rows are likely to
+// take again, without making every write walk a large cache.
+constexpr size_t kNodesKept = 1024;
+
 void MdxTags::endWrite() {
   update_->flush();
-  update_.reset();
-  writing_.clear();
+  update_->trimCache(kNodesKept);
   rereadOwnWrite();
   std::filesystem::remove(markFor(path_));
+  writeUnderWay_ = false;
   lock_.reset();
 }
 
@@ -276,7 +297,7 @@ void MdxTags::rereadOwnWrite() {
 }
 
 void MdxTags::rowsAppended(uint32_t first, uint32_t last) {
-  if (!update_) {  // no index kept, or rows written without asking first
+  if (!writeUnderWay_) {  // no index kept, or rows written without asking first
     if (mdx_ || file_.hasProductionMdx()) read();
     return;
   }
@@ -304,7 +325,7 @@ void MdxTags::rowsAppended(uint32_t first, uint32_t last) {
 }
 
 void MdxTags::rowChanged(uint32_t recno, const char* oldRecord) {
-  if (!update_) {
+  if (!writeUnderWay_) {
     if (mdx_ || file_.hasProductionMdx()) read();
     return;
   }
@@ -335,7 +356,7 @@ void MdxTags::rowChanged(uint32_t recno, const char* oldRecord) {
 void MdxTags::rowsReloaded() { read(); }
 
 bool MdxTags::checkDisk() {
-  if (repairing_ || update_) return false;
+  if (repairing_ || writeUnderWay_) return false;
   if (mdx_) {
     if (!mdx_->changedOnDisk()) return false;
   } else if (!file_.hasProductionMdx() || !fileExistsCaseInsensitive(path_)) {

@@ -100,10 +100,15 @@ class MdxTags : public RowListener {
   // Tags of an earlier reading that the new one lacks: cursors may still
   // hold them until they change order.
   std::vector<std::unique_ptr<MdxTag>> retired_;
-  // The write under way.
+  // Writing: the index file open for changes with the nodes it went through
+  // and every tag's keys compiled, kept from one write to the next while no
+  // other program changes the file; the lock only while a write is under way.
+  int lockFd_ = -1;
   std::optional<IndexFileLock> lock_;
   std::unique_ptr<MdxUpdate> update_;
   std::vector<Keeper> writing_;
+  bool writeUnderWay_ = false;
+  void forgetWriter();
   bool repairing_ = false;
 };
 

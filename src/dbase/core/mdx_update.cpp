@@ -127,8 +127,8 @@ void MdxUpdate::setOrder(size_t tag, OrderKey order) {
   if (tag >= tags_.size()) throw Error(ErrorKind::InvalidArgument, name_, "no tag number " + std::to_string(tag));
   state_[tag].order = std::move(order);
   // Order keys already worked out under another order are stale.
-  for (const auto& node : cache_) {
-    if (!node || node->tag != tag) continue;
+  for (const auto& [page, node] : cache_) {
+    if (node->tag != tag) continue;
     Node fresh = *node;
     fresh.orders.clear();
     fresh.ends.clear();
@@ -265,7 +265,7 @@ uint32_t MdxUpdate::allocate(size_t tag) {
 }
 
 void MdxUpdate::release(size_t tag, uint32_t page) {
-  cache_.at(page).reset();
+  cache_.erase(page);
   free_.push_back(page);
   freeSet_.insert(page);
   freedHere_.insert(page);
@@ -314,9 +314,15 @@ void MdxUpdate::Node::moveTail(size_t from, Node& to) {
 }
 
 MdxUpdate::Node& MdxUpdate::store(uint32_t page, Node node) {
-  if (page >= cache_.size()) cache_.resize(std::max<size_t>(size_t(page) + 1, cache_.size() * 3 / 2));
-  cache_[page] = std::make_unique<Node>(std::move(node));
-  return *cache_[page];
+  auto& slot = cache_[page];
+  slot = std::make_unique<Node>(std::move(node));
+  return *slot;
+}
+
+void MdxUpdate::trimCache(size_t keepAtMost) {
+  if (cache_.size() <= keepAtMost) return;
+  for (auto it = cache_.begin(); it != cache_.end();)
+    it = it->second->dirty ? std::next(it) : cache_.erase(it);
 }
 
 void MdxUpdate::flush() {
@@ -330,8 +336,8 @@ void MdxUpdate::flush() {
     if (state_[t].changed) edges[t] = {edgeLeaf(t, false), edgeLeaf(t, true)};
 
   std::vector<uint32_t> pages;
-  for (uint32_t page = 0; page < cache_.size(); ++page)
-    if (cache_[page] && cache_[page]->dirty) pages.push_back(page);
+  for (const auto& [page, node] : cache_)
+    if (node->dirty) pages.push_back(page);
   for (uint32_t page : freedHere_) pages.push_back(page);
   std::sort(pages.begin(), pages.end());
 
@@ -362,8 +368,7 @@ void MdxUpdate::flush() {
     }
     if (!writeAt(fd_, uint64_t(page) * kPageBytes, block.data(), block.size())) fail("cannot write a block");
   }
-  for (const auto& node : cache_)
-    if (node) node->dirty = false;
+  for (const auto& [page, node] : cache_) node->dirty = false;
   freedHere_.clear();
   fileSize_ = std::max<uint64_t>(fileSize_, uint64_t(totalPages_) * kPageBytes);
 

@@ -61,6 +61,9 @@ class MdxUpdate {
   // header (pages in the file, head of the free list, date of the update).
   // Throws dbase::Error(Io) when a write fails.
   void flush();
+  // Forgets the nodes read since the last flush when they are more than
+  // this many (a long run of writes keeps the ones it goes through again).
+  void trimCache(size_t keepAtMost);
 
   // The first broken rule of a tag's tree, walked from the root through the
   // changes not yet flushed: entries out of order, an interior key that is
@@ -156,8 +159,13 @@ class MdxUpdate {
   std::unordered_set<uint32_t> headerPages_;
   // Nodes read or made, by page: pages are small dense numbers, so a table
   // indexed by page finds them faster than a hash.
-  std::vector<std::unique_ptr<Node>> cache_;
-  Node* cachedAt(uint32_t page) const { return page < cache_.size() ? cache_[page].get() : nullptr; }
+  // By page: the nodes read or changed since opening, a handful per row
+  // written (a path from the root, and what splits make).
+  std::unordered_map<uint32_t, std::unique_ptr<Node>> cache_;
+  Node* cachedAt(uint32_t page) const {
+    const auto it = cache_.find(page);
+    return it == cache_.end() ? nullptr : it->second.get();
+  }
   Node& store(uint32_t page, Node node);
   // Free pages, the head last. Until the list on disk is read (on the first
   // need of a block), the bottom one links to diskFreeHead_.
