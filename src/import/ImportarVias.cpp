@@ -57,7 +57,11 @@ QComboBox* NuevaLista(const char* nombre, const QString& pista, QWidget* padre) 
   auto* combo = new QComboBox(padre);
   combo->setObjectName(QString::fromLatin1(nombre));
   combo->setToolTip(pista);
+  // Twenty rows dropped down. Styles that open a non-editable combo as a
+  // pop-up menu (Fusion among them) ignore the maximum and cover the
+  // screen; this property makes them drop a list of that height.
   combo->setMaxVisibleItems(20);
+  combo->setStyleSheet(QStringLiteral("QComboBox { combobox-popup: 0; }"));
   combo->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
   combo->setMinimumContentsLength(24);
   return combo;
@@ -153,7 +157,8 @@ void TFImportarVias::CreaControles() {
   SGVias->setSelectionMode(QAbstractItemView::SingleSelection);
   SGVias->setEditTriggers(QAbstractItemView::NoEditTriggers);
   SGVias->verticalHeader()->setSectionsMovable(true);  // rows movable
-  SGVias->setFocusPolicy(Qt::NoFocus);                // not a tab stop
+  // Not a tab stop, but a click gives it the focus, and then the keys walk it.
+  SGVias->setFocusPolicy(Qt::ClickFocus);
   // The width rule fills the client width; a scroll bar that came and went
   // with the rows would push the last columns out of sight.
   SGVias->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);

@@ -82,6 +82,8 @@ class TFImportarVias : public QDialog {
   // What the last GuardaVias stored: rows appended, or on the review path
   // street types filled in (the count its final message gives).
   int nViasImportadas = 0;
+  // Answers saved under POSTAL/ since the dialog opened.
+  int nRespuestasGuardadas = 0;
 
   // The service client. pnIntento is the attempt (callers pass 0); a
   // transport failure retries up to six attempts in all.

@@ -167,8 +167,11 @@ bool TFImportarVias::ImportarViasMasUnCodigo() {
                  0);
     return false;
   }
+  // The list shows the entry in upper case and keeps the file's own name.
+  const QString entrada = CBProvincias->currentData().isValid() ? CBProvincias->currentData().toString()
+                                                                : CBProvincias->currentText();
   const QString ruta = QString::fromStdString(dbase::resolvePathCaseInsensitive(
-      SlashSep(carpeta, CBProvincias->currentText() + QStringLiteral(".txt"), u'/').toStdString()));
+      SlashSep(carpeta, entrada + QStringLiteral(".txt"), u'/').toStdString()));
   QFile fichero(ruta);
   QByteArray bytes;
   bool leido = fichero.open(QIODevice::ReadOnly);

@@ -19,6 +19,7 @@
 #include "platform/TXMLDocument.h"
 #include "services/Rficheros.h"
 #include "services/Rmensaje.h"
+#include "services/Rnumcad.h"
 
 namespace {
 
@@ -47,6 +48,12 @@ class PinturaSuspendida {
 };
 
 }  // namespace
+
+void AnadeEnMayusculas(QComboBox* poCombo, const QString& psTexto, const QVariant& dato) {
+  poCombo->addItem(UpperCase(psTexto), dato);
+}
+
+void AnadeEnMayusculas(QComboBox* poCombo, const QString& psTexto) { poCombo->addItem(UpperCase(psTexto)); }
 
 bool ResultadoDeLaTraida(const std::function<bool()>& trae, const std::function<bool()>& quedoCargado) {
   try {
@@ -165,6 +172,7 @@ void TFImportarVias::GuardaRespuesta(const QString& psProvincia, const QString& 
   const QString ruta = SlashSep(provincia, fichero, u'/');
   if (QFile::exists(ruta) && !QFile::remove(ruta)) return;
   XML->SaveToFile(ruta);
+  ++nRespuestasGuardadas;
 }
 
 bool TFImportarVias::CargaProvincias() {
@@ -183,7 +191,7 @@ bool TFImportarVias::CargaLista(QComboBox* poCombo, const QString& psTextoEspera
   const bool cargada = RecorreRespuesta(psTextoEspera, [&] {
     const ovc::Respuesta respuesta(XML->Documento());
     respuesta.Recorre(psLista, respuesta.Cuenta(psCuenta),
-                      [&](const QDomElement& entrada) { poCombo->addItem(ovc::TextoDe(entrada, psNombre)); });
+                      [&](const QDomElement& entrada) { AnadeEnMayusculas(poCombo, ovc::TextoDe(entrada, psNombre)); });
   });
   poCombo->setCurrentIndex(-1);  // the user chooses; Qt would take the first
   return cargada;

@@ -28,6 +28,33 @@
 
 namespace testsupport {
 
+// The warnings of one logging category while it lives.
+class AvisosDelRegistro {
+ public:
+  explicit AvisosDelRegistro(const char* categoria) : categoria_(categoria) {
+    actual_ = this;
+    anterior_ = qInstallMessageHandler(&AvisosDelRegistro::recoge);
+  }
+  ~AvisosDelRegistro() {
+    qInstallMessageHandler(anterior_);
+    actual_ = nullptr;
+  }
+  AvisosDelRegistro(const AvisosDelRegistro&) = delete;
+  AvisosDelRegistro& operator=(const AvisosDelRegistro&) = delete;
+  QStringList textos;
+
+ private:
+  static void recoge(QtMsgType tipo, const QMessageLogContext& contexto, const QString& texto) {
+    if (actual_ && tipo == QtWarningMsg && contexto.category && qstrcmp(contexto.category, actual_->categoria_) == 0)
+      actual_->textos << texto;
+    else if (actual_ && actual_->anterior_)
+      actual_->anterior_(tipo, contexto, texto);
+  }
+  inline static AvisosDelRegistro* actual_ = nullptr;
+  const char* categoria_;
+  QtMessageHandler anterior_ = nullptr;
+};
+
 // Nothing listens there, so a fetch no test pointed at a simulator fails at
 // once instead of reaching the cadastre.
 inline constexpr char kUrlSinServicio[] = "http://127.0.0.1:9/ovcservweb/OVCSWLocalizacionRC/OVCCallejero.asmx";
