@@ -4,6 +4,7 @@
 // and mouse clicks, against the local simulator where the service answers.
 #include <QAction>
 #include <QFile>
+#include <QFileInfo>
 #include <QGroupBox>
 #include <QHeaderView>
 #include <QLabel>
@@ -815,6 +816,29 @@ TEST_F(Dialogo, NoticeOfAFailedFetchHasAnEmptyFourthTextAndTheCauseGoesToTheLog)
   EXPECT_EQ(avisos[0].opcion, 4);
   EXPECT_EQ(avisos[0].detalle, QString());
   EXPECT_TRUE(registro.textos.join('\n').contains("no sirve como nombre")) << registro.textos.join('\n').toStdString();
+}
+
+TEST_F(Dialogo, SavedAnswerThatCannotBeDeletedLeavesTheNewAnswerUnsaved) {
+  REQUIERE_DATOS_COMPARTIDOS();
+  arrancaSimulador();
+  // Where the answer would go stands something that cannot be deleted (a
+  // folder with a file in it; permissions would not stop this user).
+  const QString guardado = carpetaPostal() + "/CEUTA/CEUTA.xml";
+  ASSERT_TRUE(QDir().mkpath(guardado));
+  writeFile((guardado + "/dentro.txt").toStdString(), "viejo");
+  auto d = abre();
+  pulsa(d->RBTodosConUno);
+  elige(d->CBProvincias, "CEUTA");
+  tabula();
+  mensajes.limpia();
+  pulsa(d->advGBBuscarViasPorProvincia);
+  EXPECT_TRUE(QFileInfo(guardado).isDir()) << "not replaced";
+  EXPECT_EQ(readFile((guardado + "/dentro.txt").toStdString()), "viejo");
+  EXPECT_EQ(QDir(carpetaPostal() + "/CEUTA").entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
+            QStringList{"CEUTA.xml"});
+  // Not saved, and not an error: the fetch itself worked.
+  EXPECT_EQ(mensajes.cuenta(TipoMensaje::Error) + mensajes.cuenta(TipoMensaje::Emergente), 0);
+  EXPECT_EQ(simulador->peticiones().size(), 4);
 }
 
 TEST_F(Dialogo, SearchByProvinceGoesOnPastAMunicipalityWhoseAnswerCannotBeSaved) {

@@ -443,6 +443,22 @@ TEST_F(ModoUnoDelDialogo, ProvinceCodeTheHostLacksChoosesNoProvince) {
   EXPECT_EQ(d->CBMunicipiosZelmor->count(), 0);
 }
 
+TEST_F(ModoUnoDelDialogo, SearchOnAnEntryWithoutDashTakesTheWholeEntryAsTheMunicipality) {
+  // Province 28 from the first two characters; the municipality is the
+  // whole entry, "_" read as "/". VILLA/NUEVA would be the text after a
+  // blank, not the whole entry.
+  anadeMunicipio(QStringLiteral("28990"), QStringLiteral("28990"), QStringLiteral("VILLA/NUEVA"));
+  anadeMunicipio(QStringLiteral("28991"), QStringLiteral("28991"), QStringLiteral("28 VILLA/NUEVA"));
+  escribe(QStringLiteral("28 VILLA_NUEVA.txt"), "28991: MAYOR, CALLE\r\n");
+  d->RBMasDeUnoClick(d->RBMasDeUno);  // lists the folder again
+  elige(d->CBProvincias, QStringLiteral("28 VILLA_NUEVA"));
+  pulsa(d->advGBBuscarViasPorMunicipio);
+  EXPECT_EQ(d->SGVias->Cells(1, 1), QStringLiteral("MAYOR"));
+  EXPECT_EQ(d->CBProvinciasZelmor->currentText(), QStringLiteral("MADRID"));
+  EXPECT_EQ(d->CBMunicipiosZelmor->currentText(), QStringLiteral("28 VILLA/NUEVA"));
+  EXPECT_EQ(d->CBMunicipiosZelmor->currentData().toInt(), 28991);
+}
+
 TEST_F(ModoUnoDelDialogo, SearchWithNoFileChosenAsksForOne) {
   pulsa(d->advGBBuscarViasPorMunicipio);
   ASSERT_EQ(mensajes.cuenta(TipoMensaje::Error), 1);
