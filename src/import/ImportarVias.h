@@ -11,7 +11,8 @@
 //   ImportarViasListas.cpp      the selection lists and the search buttons
 //   ImportarViasGuarda.cpp      storing the grid's streets
 //   ImportarViasProvincia.cpp   the runs over saved answers of whole provinces
-//   ImportarViasFicheroCP.cpp   the postcode text files of mode 1
+//   ImportarViasFicheroCP.cpp   the postcode text files of mode 1 (read by
+//                               FicheroCodigosPostales.h)
 #pragma once
 
 #include <QDialog>
