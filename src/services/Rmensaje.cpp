@@ -224,13 +224,19 @@ TVentanaEspera* PresentadorMensajesQt::muestra(QObject* propietario, const QStri
   centraEn(ventana, zonaDe(duenno));
   ventana->show();
   ventana->raise();
-  pintaYa(ventana);
+  pintaSiToca(ventana);
   return ventana;
 }
 
 void PresentadorMensajesQt::cambia(TVentanaEspera* ventana, const QString& texto) {
   ventana->ponTexto(texto);
+  pintaSiToca(ventana);
+}
+
+void PresentadorMensajesQt::pintaSiToca(TVentanaEspera* ventana) {
+  if (intervaloPinturaMs_ > 0 && ultimaPintura_.isValid() && ultimaPintura_.elapsed() < intervaloPinturaMs_) return;
   pintaYa(ventana);
+  ultimaPintura_.start();
 }
 
 void PresentadorMensajesQt::cierra(TVentanaEspera* ventana) {

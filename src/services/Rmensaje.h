@@ -7,6 +7,7 @@
 // host does; the routines turn them into '\n' before the presenter sees them.
 #pragma once
 
+#include <QElapsedTimer>
 #include <QFrame>
 #include <QList>
 #include <QPointer>
@@ -115,8 +116,20 @@ class PresentadorMensajesQt : public PresentadorMensajes {
   int duracionEmergente() const { return duracionEmergenteMs_; }
   void setDuracionEmergente(int ms) { duracionEmergenteMs_ = ms; }
 
+  // A wait window takes every text at once, but is painted at most once in
+  // this span (250 ms unless changed): a run that changes its text for every
+  // street would otherwise spend most of its time repainting. What was not
+  // painted shows at the next paint, or when the caller's loop lets events
+  // run. 0 paints every change.
+  int intervaloPintura() const { return intervaloPinturaMs_; }
+  void setIntervaloPintura(int ms) { intervaloPinturaMs_ = ms; }
+
  private:
+  void pintaSiToca(TVentanaEspera* ventana);
+
   int duracionEmergenteMs_ = 4000;
+  int intervaloPinturaMs_ = 250;
+  QElapsedTimer ultimaPintura_;
 };
 
 enum class TipoMensaje { Error, Info, Emergente, Muestra, Cambia, Cierra };
