@@ -58,7 +58,7 @@ class TFImportarVias : public QDialog {
   QPushButton* advGBBuscarViasPorMunicipio;
   QPushButton* advGBBuscarViasPorProvincia;
   QPushButton* advGBGuardarPorProvincia;
-  TStringGrid* SGVias;
+  TStringGrid* SGVias = nullptr;
   QGroupBox* GBDatosZelmor;
   QLabel* LProvinciaZelmor_;
   QComboBox* CBProvinciasZelmor;
@@ -98,6 +98,10 @@ class TFImportarVias : public QDialog {
   // Form handlers.
   void FormShow();
   void FormResize();
+  // The grid's fixed column widths are given at the host's usual font; with
+  // the font in use they are this many times wider (never narrower).
+  double EscalaColumnas() const;
+  int AnchoEscalado(int piAnchoAnfitrion) const;
   void FormClose();
   void FormKeyDown(int& Key);
   void TomaFoco(QObject* Sender);
@@ -157,6 +161,7 @@ class TFImportarVias : public QDialog {
   static QString RutaTempCalles();
 
  protected:
+  void changeEvent(QEvent* event) override;
   void showEvent(QShowEvent* event) override;
   void resizeEvent(QResizeEvent* event) override;
   void closeEvent(QCloseEvent* event) override;
@@ -181,6 +186,8 @@ class TFImportarVias : public QDialog {
   void ColumnasMasDeUno();
   // The width rule of the grid's name column for the mode in force.
   void AjustaColumnas();
+  // The widths of the columns other than the name's, for the font in use.
+  void AnchosFijos();
   TEventosControles* oEventos = nullptr;
   QRadioButton* oModoEnCurso = nullptr;  // the mode the lists were last loaded for
 };

@@ -7,6 +7,7 @@
 #include <QApplication>
 #include <QComboBox>
 #include <QDir>
+#include <QHeaderView>
 #include <QPushButton>
 #include <QRadioButton>
 #include <QStyle>
@@ -58,6 +59,12 @@ class AvisosDelRegistro {
 // Nothing listens there, so a fetch no test pointed at a simulator fails at
 // once instead of reaching the cadastre.
 inline constexpr char kUrlSinServicio[] = "http://127.0.0.1:9/ovcservweb/OVCSWLocalizacionRC/OVCCallejero.asmx";
+
+// A fixed column's width: the given one scaled to the font, or what its
+// title needs when that is more.
+inline int AnchoFijoEsperado(const TStringGrid* g, const TFImportarVias& d, int columna, int anchoDado) {
+  return std::max(d.AnchoEscalado(anchoDado), g->horizontalHeader()->sectionSizeHint(columna));
+}
 
 class DialogoImportarTest : public ::testing::Test {
  protected:

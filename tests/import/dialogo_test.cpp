@@ -11,6 +11,9 @@
 #include <QMenu>
 #include <QSignalSpy>
 #include <QStatusBar>
+#include <cmath>
+#include <QFontMetricsF>
+#include <QStyleOptionViewItem>
 #include <QStyleFactory>
 #include <gtest/gtest.h>
 
@@ -166,13 +169,58 @@ TEST_F(Dialogo, StreetGridTakesTheFocusByClickButNotByTab) {
   EXPECT_EQ(d->SGVias->currentRow(), 2) << "the keys walk it";
 }
 
+// The width a column needs for its title (row 0, the grid's header) whole.
+int AnchoParaElTitulo(const TStringGrid* g, int columna) { return g->horizontalHeader()->sectionSizeHint(columna); }
+
+TEST_F(Dialogo, ColumnWidthsAreTheGivenOnesAtTheHostsUsualFont) {
+  auto d = crea();
+  // A font whose average character is no wider than the host's: no scaling.
+  QFont pequena = d->font();
+  pequena.setPixelSize(6);
+  d->setFont(pequena);
+  d->SGVias->horizontalHeader()->setFont(pequena);  // the titles' own font
+  ASSERT_LE(QFontMetricsF(d->SGVias->font()).averageCharWidth(), 5.0);
+  EXPECT_EQ(d->EscalaColumnas(), 1.0);
+  d->show();  // mode 1: the seven columns
+  QApplication::processEvents();
+  ASSERT_EQ(d->SGVias->ColCount(), 7);
+  EXPECT_EQ(d->SGVias->ColWidths(0), 60);
+  EXPECT_EQ(d->SGVias->ColWidths(2), 70);
+  for (int c = 3; c <= 6; ++c) EXPECT_EQ(d->SGVias->ColWidths(c), 55) << c;
+}
+
+TEST_F(Dialogo, ColumnWidthsGrowWithTheFontSoEveryTitleReadsWhole) {
+  for (int puntos : {0, 12, 16}) {
+    auto d = crea();
+    if (puntos > 0) {
+      QFont f = d->font();
+      f.setPointSize(puntos);
+      d->setFont(f);
+      d->SGVias->horizontalHeader()->setFont(f);  // the titles' own font
+    }
+    d->show();  // mode 1: the seven titled columns
+    QApplication::processEvents();
+    const TStringGrid* g = d->SGVias;
+    ASSERT_EQ(g->ColCount(), 7);
+    const double escala = d->EscalaColumnas();
+    EXPECT_GE(escala, puntos >= 12 ? 1.5 : 1.0) << puntos;
+    for (int c : {0, 2, 3, 4, 5, 6})
+      EXPECT_GE(g->ColWidths(c), AnchoParaElTitulo(g, c))
+          << puntos << " pt: «" << g->Cells(c, 0).toStdString() << "» is cut";
+    // The given widths, scaled; wider only where a title needs it.
+    for (const auto& [c, ancho] : {std::pair{0, 60}, {2, 70}, {3, 55}, {4, 55}, {5, 55}, {6, 55}})
+      EXPECT_EQ(g->ColWidths(c), std::max<int>(std::lround(ancho * escala), AnchoParaElTitulo(g, c))) << puntos;
+    EsperaReglaDeSieteColumnas(g);
+  }
+}
+
 TEST_F(Dialogo, GridStartsWithTwoColumnsTwoRowsAndWholeRowSelection) {
   auto d = crea();
   const TStringGrid* g = d->SGVias;
   EXPECT_EQ(g->ColCount(), 2);
   EXPECT_EQ(g->RowCount(), 2);
-  EXPECT_EQ(g->ColWidths(0), 60);
-  EXPECT_EQ(g->ColWidths(1), 468);
+  EXPECT_EQ(g->ColWidths(0), d->AnchoEscalado(60));
+  EXPECT_EQ(g->ColWidths(1), d->AnchoEscalado(468));
   EXPECT_EQ(g->selectionBehavior(), QAbstractItemView::SelectRows);
   EXPECT_TRUE(g->verticalHeader()->sectionsMovable()) << "rows movable";
   EXPECT_TRUE(g->verticalHeader()->isHidden()) << "no fixed column";
@@ -201,9 +249,9 @@ TEST_F(Dialogo, ModeOneLaysOutTheFileSearchWithSevenColumns) {
   EXPECT_TRUE(d->GBDatosZelmor->isVisible());
   EXPECT_EQ(fila(d->SGVias, 0), (QStringList{"Tipo de vía", "Nombre de la vía", "Código postal", "Impar INI",
                                              "Impar INI", "Par INI", "Par FIN"}));
-  EXPECT_EQ(d->SGVias->ColWidths(0), 60);
-  EXPECT_EQ(d->SGVias->ColWidths(2), 70);
-  for (int c = 3; c <= 6; ++c) EXPECT_EQ(d->SGVias->ColWidths(c), 55) << c;
+  EXPECT_EQ(d->SGVias->ColWidths(0), AnchoFijoEsperado(d->SGVias, *d, 0, 60));
+  EXPECT_EQ(d->SGVias->ColWidths(2), AnchoFijoEsperado(d->SGVias, *d, 2, 70));
+  for (int c = 3; c <= 6; ++c) EXPECT_EQ(d->SGVias->ColWidths(c), AnchoFijoEsperado(d->SGVias, *d, c, 55)) << c;
   EsperaReglaDeSieteColumnas(d->SGVias);
 }
 
@@ -221,7 +269,7 @@ TEST_F(Dialogo, ModeTwoLaysOutProvinceAndMunicipalityWithTwoColumns) {
   EXPECT_FALSE(d->advGBGuardarPorProvincia->isVisible());
   EXPECT_TRUE(d->GBDatosZelmor->isVisible());
   EXPECT_EQ(fila(d->SGVias, 0), (QStringList{"Tipo de vía", "Nombre de la vía"}));
-  EXPECT_EQ(d->SGVias->ColWidths(0), 60);
+  EXPECT_EQ(d->SGVias->ColWidths(0), AnchoFijoEsperado(d->SGVias, *d, 0, 60));
   EsperaReglaDeDosColumnas(d->SGVias);
   EXPECT_EQ(d->CBProvincias->count(), kProvinciasServicio) << "the service's provinces";
 }

@@ -243,8 +243,8 @@ TEST_F(FicheroCodigosPostales, GridIsPreparedWithTheSevenColumnsOfModeOne) {
   ASSERT_EQ(d->SGVias->ColCount(), 7);
   EXPECT_EQ(fila(d->SGVias, 0), (QStringList{"Tipo de vía", "Nombre de la vía", "Código postal", "Impar INI",
                                              "Impar INI", "Par INI", "Par FIN"}));
-  EXPECT_EQ(d->SGVias->ColWidths(2), 70);
-  for (int c = 3; c <= 6; ++c) EXPECT_EQ(d->SGVias->ColWidths(c), 55) << c;
+  EXPECT_EQ(d->SGVias->ColWidths(2), AnchoFijoEsperado(d->SGVias, *d, 2, 70));
+  for (int c = 3; c <= 6; ++c) EXPECT_EQ(d->SGVias->ColWidths(c), AnchoFijoEsperado(d->SGVias, *d, c, 55)) << c;
 }
 
 TEST_F(FicheroCodigosPostales, RowsOfAPreviousSearchAreReplaced) {
