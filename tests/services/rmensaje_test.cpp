@@ -289,6 +289,32 @@ TEST(Rmensaje, WaitWindowPaintsAtMostOncePerIntervalHoweverOftenItsTextChanges) 
   CierraMensaje(espera);
 }
 
+TEST(Rmensaje, WaitWindowOpenedWithinTheIntervalShowsWhenItEndsOrNeverIfClosedBefore) {
+  PresentadorMensajesQt qt;
+  PresentadorMensajesTemporal usa(&qt);
+  TVentanaEspera* primera = MuestraMensaje("Importando las calles de ABAJAS", nullptr);
+  ASSERT_NE(primera, nullptr);
+  EXPECT_TRUE(primera->isVisible()) << "the first one at once";
+  CierraMensaje(primera);
+
+  // One per municipality, each closed at once: none is shown.
+  int vistas = 0;
+  for (int i = 0; i < 50; ++i) {
+    TVentanaEspera* v = MuestraMensaje(QStringLiteral("Importando las calles de %1").arg(i), nullptr);
+    vistas += v->isVisible();
+    CierraMensaje(v);
+  }
+  EXPECT_EQ(vistas, 0);
+
+  // One that stays: shown when the interval ends, the events running (as
+  // they do while a fetch waits).
+  TVentanaEspera* espera = MuestraMensaje("Importando el listado de provincias", nullptr);
+  QPointer<TVentanaEspera> vigilada(espera);
+  EXPECT_TRUE(QTest::qWaitFor([&] { return vigilada && vigilada->isVisible(); }, 1000));
+  EXPECT_EQ(espera->texto(), "Importando el listado de provincias");
+  CierraMensaje(espera);
+}
+
 TEST(Rmensaje, WaitWindowGrowsToFitALongerText) {
   PresentadorMensajesQt qt;
   PresentadorMensajesTemporal usa(&qt);
