@@ -51,8 +51,8 @@ cmake --install "$build_dir" --prefix "$prefix" >"$tmp/install.log" 2>&1 ||
 has() { [ -e "$prefix/$1" ]; }
 check "biblioteca" has lib/libcodpostales.so
 check "orden codpostales" has bin/codpostales
-for h in lookup/ClaseCodPostales.h lookup/CodPostalesDM.h lookup/SugerenciasLocalidad.h \
-  platform/TLMDMessageHint.h platform/EventosControles.h municipalities/IMunicipios.h import/ImportarVias.h \
+for h in lookup/ClaseCodPostales.h lookup/CodPostalesDM.h lookup/SugerenciasLocalidad.h platform/TLMDMessageHint.h \
+  platform/EventosControles.h municipalities/IMunicipios.h import/ImportarVias.h \
   dbase/TTable.h dbase/TDataSource.h dbase/core/error.h services/Ruttb.h services/Rnumcad.h package/Paquete.h; do
   check "cabecera $h" has "include/codpostales/$h"
 done
