@@ -364,11 +364,18 @@ void contadores(benchmark::State& state, int filasAntes, int filasDespues) {
   state.counters["tramos_despues"] = filasDespues;
 }
 
+// How the messages are shown: the application's Qt presenter (the wait
+// window painted at most four times a second), the same painting every
+// change, or only a RegistroMensajes, which never shows a window.
+enum class Presentacion { Ventana, VentanaCadaCambio, Registro };
+
 // Without `pinta` the messages only go to a RegistroMensajes, which never
 // shows a window.
-void Primera(benchmark::State& state, bool pinta) {
+void Primera(benchmark::State& state, Presentacion presentacion) {
+  const bool pinta = presentacion != Presentacion::Registro;
   const Provincia& p = provincia();
   PresentadorBanco ventanas;
+  if (presentacion == Presentacion::VentanaCadaCambio) ventanas.setIntervaloPintura(0);
   RegistroMensajes registro;
   const PresentadorMensajesTemporal presentador(pinta ? static_cast<PresentadorMensajes*>(&ventanas) : &registro);
   std::unique_ptr<Dialogo> d;
@@ -402,9 +409,11 @@ void Primera(benchmark::State& state, bool pinta) {
 
 // The table holds every street already: the first run is made once before
 // timing, and each timed run finds every street stored.
-void Repetida(benchmark::State& state, bool pinta) {
+void Repetida(benchmark::State& state, Presentacion presentacion) {
+  const bool pinta = presentacion != Presentacion::Registro;
   const Provincia& p = provincia();
   PresentadorBanco ventanas;
+  if (presentacion == Presentacion::VentanaCadaCambio) ventanas.setIntervaloPintura(0);
   RegistroMensajes registro;
   const PresentadorMensajesTemporal presentador(pinta ? static_cast<PresentadorMensajes*>(&ventanas) : &registro);
   p.copiaCalles();
@@ -447,15 +456,18 @@ void registra() {
                "tramos, la primera pasada añade %d; MUNICIPI.DBF %d filas\n",
                qPrintable(kProvincia), p.ficheros, p.calles, callesNacionales, tramos, callesInventadas, nacionales,
                inventadas, p.conPunto, p.tramosNacionales, p.filasNuevas, p.filasMunicipi);
-  for (bool pinta : {true, false}) {
-    const std::string sufijo = pinta ? "/ventana_qt" : "/registro";
+  for (Presentacion presentacion :
+       {Presentacion::Ventana, Presentacion::VentanaCadaCambio, Presentacion::Registro}) {
+    const std::string sufijo = presentacion == Presentacion::Ventana             ? "/ventana_qt"
+                               : presentacion == Presentacion::VentanaCadaCambio ? "/ventana_qt_cada_cambio"
+                                                                                  : "/registro";
     benchmark::RegisterBenchmark(("GuardaProvincia/BURGOS/primera" + sufijo).c_str(),
-                                 [pinta](benchmark::State& s) { Primera(s, pinta); })
+                                 [presentacion](benchmark::State& s) { Primera(s, presentacion); })
         ->Iterations(3)
         ->UseRealTime()
         ->Unit(benchmark::kMillisecond);
     benchmark::RegisterBenchmark(("GuardaProvincia/BURGOS/repetida" + sufijo).c_str(),
-                                 [pinta](benchmark::State& s) { Repetida(s, pinta); })
+                                 [presentacion](benchmark::State& s) { Repetida(s, presentacion); })
         ->Iterations(3)
         ->UseRealTime()
         ->Unit(benchmark::kMillisecond);

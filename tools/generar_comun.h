@@ -222,6 +222,34 @@ inline std::string hostName(std::string_view ine, bool anyTrailer = false) {
   return out;
 }
 
+// The host's name of each province, by INE code. PROVIN.DBF names provinces
+// as the street-directory service does (upper case, unaccented), save the
+// nine the import converts to their traditional form (GERONA, LERIDA,
+// SANTANDER...), and the four foral provinces the service leaves out in
+// theirs; the import finds the host province by that name.
+inline const std::map<int, std::string>& nombresProvinciaAnfitrion() {
+  static const std::map<int, std::string> kNombres = {
+      {1, "ALAVA"},        {2, "ALBACETE"},      {3, "ALICANTE"},    {4, "ALMERIA"},      {5, "AVILA"},
+      {6, "BADAJOZ"},      {7, "BALEARES"},      {8, "BARCELONA"},   {9, "BURGOS"},       {10, "CACERES"},
+      {11, "CADIZ"},       {12, "CASTELLON"},    {13, "CIUDAD REAL"}, {14, "CORDOBA"},    {15, "CORUÑA"},
+      {16, "CUENCA"},      {17, "GERONA"},       {18, "GRANADA"},    {19, "GUADALAJARA"}, {20, "GUIPUZCOA"},
+      {21, "HUELVA"},      {22, "HUESCA"},       {23, "JAEN"},       {24, "LEON"},        {25, "LERIDA"},
+      {26, "RIOJA"},       {27, "LUGO"},         {28, "MADRID"},     {29, "MALAGA"},      {30, "MURCIA"},
+      {31, "NAVARRA"},     {32, "ORENSE"},       {33, "ASTURIAS"},   {34, "PALENCIA"},    {35, "LAS PALMAS"},
+      {36, "PONTEVEDRA"},  {37, "SALAMANCA"},    {38, "S.C. TENERIFE"}, {39, "SANTANDER"}, {40, "SEGOVIA"},
+      {41, "SEVILLA"},     {42, "SORIA"},        {43, "TARRAGONA"},  {44, "TERUEL"},      {45, "TOLEDO"},
+      {46, "VALENCIA"},    {47, "VALLADOLID"},   {48, "VIZCAYA"},    {49, "ZAMORA"},      {50, "ZARAGOZA"},
+      {51, "CEUTA"},       {52, "MELILLA"}};
+  return kNombres;
+}
+
+inline std::string nombreProvinciaAnfitrion(int codigo) {
+  const auto& nombres = nombresProvinciaAnfitrion();
+  const auto it = nombres.find(codigo);
+  if (it == nombres.end()) throw std::runtime_error("provincia sin nombre del programa: " + std::to_string(codigo));
+  return it->second;
+}
+
 // ---------------------------------------------------------------- reference data
 
 struct Provincia {
@@ -307,8 +335,11 @@ inline Datos cargarDatos(const std::filesystem::path& dir) {
   Datos d;
   {
     Csv csv = readCsv(dir / "provincias_ine.csv");
-    size_t id = csv.col("provincia_id"), nombre = csv.col("nombre");
-    for (const auto& r : csv.rows) d.provincias.push_back({std::stoi(r[id]), hostName(r[nombre], true)});
+    size_t id = csv.col("provincia_id");
+    for (const auto& r : csv.rows) {
+      const int codigo = std::stoi(r[id]);
+      d.provincias.push_back({codigo, nombreProvinciaAnfitrion(codigo)});
+    }
     std::sort(d.provincias.begin(), d.provincias.end(),
               [](const Provincia& a, const Provincia& b) { return a.codigo < b.codigo; });
   }

@@ -76,6 +76,8 @@ Opciones leeOpciones(const QStringList& argumentos) {
       o.registro = l.texto(nombre);
     } else if (nombre == "fallar") {
       o.fallar = l.numero(nombre, 0, kMuchos);
+    } else if (nombre == "fallar-vias") {
+      o.fallarVias = l.numero(nombre, 0, kMuchos);
     } else if (nombre == "cortar") {
       o.cortar = l.numero(nombre, 0, kMuchos);
     } else if (nombre == "lento") {
@@ -143,6 +145,8 @@ void muestraUso(std::FILE* salida) {
       "\n"
       "Opciones de fallo (se pueden combinar):\n"
       "  --fallar N            las N primeras peticiones reciben HTTP 503 con una página HTML\n"
+      "  --fallar-vias N       las N primeras peticiones ConsultaVia reciben HTTP 503, cuente\n"
+      "                        lo que cuente antes (las listas cargan, las calles no)\n"
       "  --cortar N            las N primeras peticiones se cortan (conexión reiniciada, sin\n"
       "                        respuesta). Con las dos, primero los cortes y luego los 503\n"
       "  --lento MS            espera MS milisegundos antes de contestar cada petición\n"

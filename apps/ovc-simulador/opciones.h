@@ -37,6 +37,8 @@ struct Opciones {
   // --fallar 2, request 1 is reset, requests 2 and 3 get 503.
   int fallar = 0;
   int cortar = 0;
+  // The first N street requests (ConsultaVia) get 503, whatever came before.
+  int fallarVias = 0;
   int lentoMs = 0;
   bool html = false;
   bool truncado = false;

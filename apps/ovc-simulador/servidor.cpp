@@ -321,6 +321,7 @@ void Servidor::contesta(Conexion& conexion, const Peticion& peticion, int numero
   if (!operacion)
     return falta(Falta{"soap:Client", "Server did not recognize the value of HTTP Header SOAPAction: " +
                                           QString::fromUtf8(accion) + "."});
+  if (*operacion == Operacion::Via && ++viasLeidas_ <= opciones_.fallarVias) return html(503);
   Consulta consulta;
   if (const auto f = leeConsulta(*operacion, peticion.cuerpo, consulta)) return falta(*f);
   QByteArray cuerpo;

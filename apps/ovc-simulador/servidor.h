@@ -47,7 +47,8 @@ class Servidor : public QObject {
   QFile registro_;
   QElapsedTimer reloj_;
   int anotadas_ = 0;  // requests logged (the "n" of the log)
-  int leidas_ = 0;    // requests read whole, which the misbehaviour counts
+  int leidas_ = 0;
+  int viasLeidas_ = 0;  // street requests, for --fallar-vias    // requests read whole, which the misbehaviour counts
 };
 
 }  // namespace simulador

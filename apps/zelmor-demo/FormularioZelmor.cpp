@@ -108,7 +108,7 @@ TFZelmor::TFZelmor(const QString& alias, QWidget* parent) : QWidget(parent), sAl
   capa->activate();
   direccion->layout()->activate();
 
-  oCodPostales = std::make_unique<TClaseCodPostales>(
+  oCodPostales = CreateClassCodPostal(
       this, alias, true, advPBotones, advCBProvincia, advELocalidad, DBGLocalidad, advEDomicilio, DBGDomicilio,
       advENumero, advECodPostal, advECodINE, advCBTipoVia, advCBPais, advEDomicilio, advENumero, QString(),
       QString(), QString(), QString());
@@ -121,14 +121,20 @@ TFZelmor::TFZelmor(const QString& alias, QWidget* parent) : QWidget(parent), sAl
   // The host creates the import dialog directly, on a bare controller of its own.
   connect(advGBImportarVias, &QPushButton::clicked, this, [this] {
     EjecutaManejador(advGBImportarVias, [this] {
-      TClaseCodPostales importador(this, sAlias, true, QString());
-      TFImportarVias(this, &importador).exec();
+      TClaseCodPostales* importador = CreateClassCodPostal(this, sAlias, true, QString());
+      try {
+        TFImportarVias(this, importador).exec();
+      } catch (...) {
+        DestroyClassCodPostal(importador);
+        throw;
+      }
+      DestroyClassCodPostal(importador);
     });
   });
   connect(advGBSalir, &QPushButton::clicked, this, &QWidget::close);
 }
 
-TFZelmor::~TFZelmor() = default;
+TFZelmor::~TFZelmor() { DestroyClassCodPostal(oCodPostales); }
 
 // The municipality list on the province of the form; the chosen one is
 // written into the form as if typed.

@@ -39,7 +39,8 @@ class TFZelmor : public QWidget {
   QPushButton* advGBSalir;
   QStatusBar* sbEstado;
   TLMDMessageHint* LMDMHProvincias;
-  std::unique_ptr<TClaseCodPostales> oCodPostales;
+  // Created with CreateClassCodPostal, freed with DestroyClassCodPostal.
+  TClaseCodPostales* oCodPostales = nullptr;
 
  private:
   void EligeMunicipio();

@@ -7,6 +7,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QFontMetricsF>
 #include <QFileInfo>
 #include <QStandardPaths>
 #include <QGridLayout>
@@ -20,6 +21,7 @@
 #include <QRadioButton>
 #include <QStatusBar>
 #include <QVBoxLayout>
+#include <cmath>
 #include <memory>
 
 #include "dbase/core/path.h"
@@ -47,9 +49,14 @@ void AbreDesdeListadoMunicipios(QWidget* AOwner, const QString& psAlias) {
 [[maybe_unused]] const bool kAbreDesdeListadoRegistrada =
     (TFListadoMunicipios::RegistraImportacionVias(AbreDesdeListadoMunicipios), true);
 
+// The grid's column widths at the host's usual font (Tahoma 8 at 96 dpi,
+// whose average character is 5 pixels wide); a larger font widens them in
+// proportion, so the titles read whole (EscalaColumnas).
 constexpr int kAnchoTipo = 60;
+constexpr int kAnchoNombre = 468;
 constexpr int kAnchoCodigoPostal = 70;
 constexpr int kAnchoNumero = 55;
+constexpr double kAnchoMedioLetraAnfitrion = 5.0;
 constexpr int kColumnasMasDeUno = 7;
 constexpr int kColumnasUno = 2;
 
@@ -57,7 +64,11 @@ QComboBox* NuevaLista(const char* nombre, const QString& pista, QWidget* padre) 
   auto* combo = new QComboBox(padre);
   combo->setObjectName(QString::fromLatin1(nombre));
   combo->setToolTip(pista);
+  // Twenty rows dropped down. Styles that open a non-editable combo as a
+  // pop-up menu (Fusion among them) ignore the maximum and cover the
+  // screen; this property makes them drop a list of that height.
   combo->setMaxVisibleItems(20);
+  combo->setStyleSheet(QStringLiteral("QComboBox { combobox-popup: 0; }"));
   combo->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
   combo->setMinimumContentsLength(24);
   return combo;
@@ -147,13 +158,14 @@ void TFImportarVias::CreaControles() {
   SGVias->setObjectName(QStringLiteral("SGVias"));
   SGVias->SetColCount(kColumnasUno);
   SGVias->SetRowCount(2);
-  SGVias->SetColWidths(0, kAnchoTipo);
-  SGVias->SetColWidths(1, 468);
+  SGVias->SetColWidths(0, AnchoEscalado(kAnchoTipo));
+  SGVias->SetColWidths(1, AnchoEscalado(kAnchoNombre));
   SGVias->setSelectionBehavior(QAbstractItemView::SelectRows);
   SGVias->setSelectionMode(QAbstractItemView::SingleSelection);
   SGVias->setEditTriggers(QAbstractItemView::NoEditTriggers);
   SGVias->verticalHeader()->setSectionsMovable(true);  // rows movable
-  SGVias->setFocusPolicy(Qt::NoFocus);                // not a tab stop
+  // Not a tab stop, but a click gives it the focus, and then the keys walk it.
+  SGVias->setFocusPolicy(Qt::ClickFocus);
   // The width rule fills the client width; a scroll bar that came and went
   // with the rows would push the last columns out of sight.
   SGVias->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
@@ -299,22 +311,33 @@ void TFImportarVias::RBMasDeUnoClick(QObject*) {
     CargaMunicipiosMasDeUnCodigo();
   } else {
     SGVias->SetColCount(kColumnasUno);
-    AjustaColumnas();
+    AnchosFijos();
     CargaMunicipiosUnCodigo();
   }
 }
 
 void TFImportarVias::ColumnasMasDeUno() {
   SGVias->SetColCount(kColumnasMasDeUno);
-  SGVias->SetColWidths(2, kAnchoCodigoPostal);
   // Column 4 repeats the title of column 3.
   const QString titulos[] = {QStringLiteral("Tipo de vía"), QStringLiteral("Nombre de la vía"),
                              QStringLiteral("Código postal"), QStringLiteral("Impar INI"),
                              QStringLiteral("Impar INI"), QStringLiteral("Par INI"),
                              QStringLiteral("Par FIN")};
-  for (int c = 0; c < kColumnasMasDeUno; ++c) {
-    if (c >= 3) SGVias->SetColWidths(c, kAnchoNumero);
-    SGVias->SetCells(c, 0, titulos[c]);
+  for (int c = 0; c < kColumnasMasDeUno; ++c) SGVias->SetCells(c, 0, titulos[c]);
+  AnchosFijos();
+}
+
+// The fixed columns: the given widths scaled to the font, and never less
+// than their titles need (a font whose letters are wider for their average
+// than the host's would still cut one).
+void TFImportarVias::AnchosFijos() {
+  const auto fija = [this](int columna, int ancho) {
+    SGVias->SetColWidths(columna, std::max(AnchoEscalado(ancho), SGVias->horizontalHeader()->sectionSizeHint(columna)));
+  };
+  fija(0, kAnchoTipo);
+  if (SGVias->ColCount() >= kColumnasMasDeUno) {
+    fija(2, kAnchoCodigoPostal);
+    for (int c = 3; c < kColumnasMasDeUno; ++c) fija(c, kAnchoNumero);
   }
   AjustaColumnas();
 }
@@ -327,6 +350,20 @@ void TFImportarVias::AjustaColumnas() {
 }
 
 void TFImportarVias::FormResize() { AjustaColumnas(); }
+
+double TFImportarVias::EscalaColumnas() const {
+  return std::max(1.0, QFontMetricsF(SGVias->font()).averageCharWidth() / kAnchoMedioLetraAnfitrion);
+}
+
+int TFImportarVias::AnchoEscalado(int piAnchoAnfitrion) const {
+  return int(std::lround(piAnchoAnfitrion * EscalaColumnas()));
+}
+
+void TFImportarVias::changeEvent(QEvent* event) {
+  QDialog::changeEvent(event);
+  // Another font: the fixed columns take their widths for it again.
+  if (event->type() == QEvent::FontChange && SGVias) AnchosFijos();
+}
 
 void TFImportarVias::FormClose() {
   const QString temporal = RutaTempCalles();

@@ -11,7 +11,8 @@
 //   ImportarViasListas.cpp      the selection lists and the search buttons
 //   ImportarViasGuarda.cpp      storing the grid's streets
 //   ImportarViasProvincia.cpp   the runs over saved answers of whole provinces
-//   ImportarViasFicheroCP.cpp   the postcode text files of mode 1
+//   ImportarViasFicheroCP.cpp   the postcode text files of mode 1 (read by
+//                               FicheroCodigosPostales.h)
 #pragma once
 
 #include <QDialog>
@@ -57,7 +58,7 @@ class TFImportarVias : public QDialog {
   QPushButton* advGBBuscarViasPorMunicipio;
   QPushButton* advGBBuscarViasPorProvincia;
   QPushButton* advGBGuardarPorProvincia;
-  TStringGrid* SGVias;
+  TStringGrid* SGVias = nullptr;
   QGroupBox* GBDatosZelmor;
   QLabel* LProvinciaZelmor_;
   QComboBox* CBProvinciasZelmor;
@@ -82,6 +83,8 @@ class TFImportarVias : public QDialog {
   // What the last GuardaVias stored: rows appended, or on the review path
   // street types filled in (the count its final message gives).
   int nViasImportadas = 0;
+  // Answers saved under POSTAL/ since the dialog opened.
+  int nRespuestasGuardadas = 0;
 
   // The service client. pnIntento is the attempt (callers pass 0); a
   // transport failure retries up to six attempts in all.
@@ -95,6 +98,10 @@ class TFImportarVias : public QDialog {
   // Form handlers.
   void FormShow();
   void FormResize();
+  // The grid's fixed column widths are given at the host's usual font; with
+  // the font in use they are this many times wider (never narrower).
+  double EscalaColumnas() const;
+  int AnchoEscalado(int piAnchoAnfitrion) const;
   void FormClose();
   void FormKeyDown(int& Key);
   void TomaFoco(QObject* Sender);
@@ -154,6 +161,7 @@ class TFImportarVias : public QDialog {
   static QString RutaTempCalles();
 
  protected:
+  void changeEvent(QEvent* event) override;
   void showEvent(QShowEvent* event) override;
   void resizeEvent(QResizeEvent* event) override;
   void closeEvent(QCloseEvent* event) override;
@@ -178,6 +186,8 @@ class TFImportarVias : public QDialog {
   void ColumnasMasDeUno();
   // The width rule of the grid's name column for the mode in force.
   void AjustaColumnas();
+  // The widths of the columns other than the name's, for the font in use.
+  void AnchosFijos();
   TEventosControles* oEventos = nullptr;
   QRadioButton* oModoEnCurso = nullptr;  // the mode the lists were last loaded for
 };

@@ -18,6 +18,7 @@
 #include "import/ImportarVias.h"
 #include "import/ImportarViasEspera.h"
 #include "import/ImportarViasServicio.h"
+#include "import/OvcCallejero.h"
 #include "lookup/ClaseCodPostales.h"
 #include "platform/TStringGrid.h"
 #include "services/Rficheros.h"
@@ -31,10 +32,13 @@ namespace {
 const QString kFaltanDatos = QStringLiteral("Faltan datos");
 const QString kErrorImportando = QStringLiteral("Error al importar los datos");
 
-// `detalle`: what went wrong, when there is more to say than the notice.
+// The notice of a fetch that brought no street. Its fourth text stays empty,
+// as every notice of the package; what went wrong, when there is more to
+// say, goes to the import's log.
 void AvisoSinVias(QObject* propietario, const QString& detalle = QString()) {
+  if (!detalle.isEmpty()) qCWarning(lcOvc).noquote() << "no se importó ninguna vía:" << detalle;
   Mensaje_Emergente(propietario, QStringLiteral("No se ha podido importar ningún nombre de vía"),
-                    QStringLiteral("Inténtelo de nuevo"), QStringLiteral("H"), IconoInformacion, detalle);
+                    QStringLiteral("Inténtelo de nuevo"), QStringLiteral("H"), IconoInformacion, QString());
 }
 
 // Whether the control could take the focus now (shown, enabled, focusable).
@@ -49,7 +53,7 @@ void AnadeOrdenados(QComboBox* combo, QList<std::pair<QString, int>> elementos) 
   orden.setCaseSensitivity(Qt::CaseInsensitive);
   std::stable_sort(elementos.begin(), elementos.end(),
                    [&orden](const auto& a, const auto& b) { return orden.compare(a.first, b.first) < 0; });
-  for (const auto& [texto, valor] : elementos) combo->addItem(texto, valor);
+  for (const auto& [texto, valor] : elementos) AnadeEnMayusculas(combo, texto, valor);
   combo->setCurrentIndex(-1);
 }
 
@@ -75,7 +79,8 @@ void TFImportarVias::CargaMunicipiosMasDeUnCodigo() {
   FindFileNoRecursivo(SlashSep(carpeta, QStringLiteral("*.txt"), u'/'), ficheros, true);
   for (const QString& fichero : ficheros) {
     const QString entrada = CadenaHastaCaracter(fichero, u'.');
-    if (!entrada.isEmpty()) CBProvincias->addItem(entrada);  // a hidden ".x.txt" names nothing
+    // Shown in upper case; the file's own name goes with it, to open it by.
+    if (!entrada.isEmpty()) AnadeEnMayusculas(CBProvincias, entrada, entrada);  // a hidden ".x.txt" names nothing
   }
   // Loaded, nothing chosen yet: the user picks the municipality's file.
   CBProvincias->setCurrentIndex(-1);
@@ -126,7 +131,7 @@ void TFImportarVias::CargaProvinciasZelmor() {
   TField* nombre = provincias->FieldByName(QStringLiteral("PROVINCIA"));
   TField* codigo = provincias->FieldByName(QStringLiteral("CODIGO"));
   for (provincias->First(); !provincias->Eof(); provincias->Next())
-    CBProvinciasZelmor->addItem(nombre->AsString(), codigo->AsInteger());
+    AnadeEnMayusculas(CBProvinciasZelmor, nombre->AsString(), codigo->AsInteger());
   provincias->Close();
   // A Qt combo would choose its first item; the host's list starts with no
   // province chosen, which is what CBProvinciasZelmorExit asks for.
@@ -244,8 +249,12 @@ void TFImportarVias::advGBBuscarViasPorProvinciaClick() {
     espera.Cambia(municipio);
     // One municipality's trouble does not end the province's run: a fetch
     // that retried has saved its answer or shown its failure already.
+    // A fetch that retried has saved the answer of the attempt that worked,
+    // or, when all six failed, saved none.
+    const int guardadasAntes = nRespuestasGuardadas;
     try {
-      if (!ResultadoDeLaTraida([&] { return TraeVias(0, provincia, municipio); }, [] { return true; }))
+      if (!ResultadoDeLaTraida([&] { return TraeVias(0, provincia, municipio); },
+                               [&] { return nRespuestasGuardadas > guardadasAntes; }))
         AvisoSinVias(this);
     } catch (const std::exception& e) {
       AvisoSinVias(this, QString::fromUtf8(e.what()));

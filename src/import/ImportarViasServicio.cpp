@@ -19,6 +19,7 @@
 #include "platform/TXMLDocument.h"
 #include "services/Rficheros.h"
 #include "services/Rmensaje.h"
+#include "services/Rnumcad.h"
 
 namespace {
 
@@ -46,7 +47,26 @@ class PinturaSuspendida {
   QWidget* control_;
 };
 
+// Makes a row of the grid current when the scope ends (none while it is -1).
+class FilaActualAlTerminar {
+ public:
+  FilaActualAlTerminar(TStringGrid* rejilla, const int& fila) : rejilla_(rejilla), fila_(fila) {}
+  ~FilaActualAlTerminar() {
+    if (fila_ >= 0) rejilla_->SetRow(fila_);
+  }
+
+ private:
+  TStringGrid* rejilla_;
+  const int& fila_;
+};
+
 }  // namespace
+
+void AnadeEnMayusculas(QComboBox* poCombo, const QString& psTexto, const QVariant& dato) {
+  poCombo->addItem(UpperCase(psTexto), dato);
+}
+
+void AnadeEnMayusculas(QComboBox* poCombo, const QString& psTexto) { poCombo->addItem(UpperCase(psTexto)); }
 
 bool ResultadoDeLaTraida(const std::function<bool()>& trae, const std::function<bool()>& quedoCargado) {
   try {
@@ -165,6 +185,7 @@ void TFImportarVias::GuardaRespuesta(const QString& psProvincia, const QString& 
   const QString ruta = SlashSep(provincia, fichero, u'/');
   if (QFile::exists(ruta) && !QFile::remove(ruta)) return;
   XML->SaveToFile(ruta);
+  ++nRespuestasGuardadas;
 }
 
 bool TFImportarVias::CargaProvincias() {
@@ -183,7 +204,7 @@ bool TFImportarVias::CargaLista(QComboBox* poCombo, const QString& psTextoEspera
   const bool cargada = RecorreRespuesta(psTextoEspera, [&] {
     const ovc::Respuesta respuesta(XML->Documento());
     respuesta.Recorre(psLista, respuesta.Cuenta(psCuenta),
-                      [&](const QDomElement& entrada) { poCombo->addItem(ovc::TextoDe(entrada, psNombre)); });
+                      [&](const QDomElement& entrada) { AnadeEnMayusculas(poCombo, ovc::TextoDe(entrada, psNombre)); });
   });
   poCombo->setCurrentIndex(-1);  // the user chooses; Qt would take the first
   return cargada;
@@ -195,14 +216,19 @@ bool TFImportarVias::CargaVias() {
     const int cuenta = respuesta.Cuenta(QStringLiteral("cuca"));
     LMensaje_->setText(QStringLiteral("Se han encontrado %1 vías").arg(cuenta));
     const PinturaSuspendida pintura(SGVias);
-    respuesta.Recorre(QStringLiteral("callejero"), cuenta, [this](const QDomElement& calle) {
+    // The last row written becomes the current row once, when the walk ends
+    // however it ends: making every new row current costs more than the
+    // rest of the walk on a shown grid.
+    int ultima = -1;
+    const FilaActualAlTerminar filaActual(SGVias, ultima);
+    respuesta.Recorre(QStringLiteral("callejero"), cuenta, [this, &ultima](const QDomElement& calle) {
       const QDomElement dir = calle.firstChildElement(QStringLiteral("dir"));
       if (dir.isNull()) return;
       // The first street takes the empty row 1 that clearing the grid left.
       if (SGVias->RowCount() >= 2 && !SGVias->Cells(1, 1).trimmed().isEmpty())
         SGVias->SetRowCount(SGVias->RowCount() + 1);
       const int fila = SGVias->RowCount() - 1;
-      SGVias->SetRow(fila);
+      ultima = fila;
       SGVias->SetCells(0, fila, dir.firstChildElement(QStringLiteral("tv")).text().trimmed());
       SGVias->SetCells(1, fila, ovc::TextoDe(dir, "nv").trimmed().left(kLongitudNombreVia));
     });

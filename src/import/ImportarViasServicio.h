@@ -5,6 +5,14 @@
 #include <QString>
 #include <functional>
 
+class QComboBox;
+class QVariant;
+
+// Adds an item to one of the dialog's lists, which show their items in upper
+// case; `dato` travels with it (the host's codes, a file's own name).
+void AnadeEnMayusculas(QComboBox* poCombo, const QString& psTexto, const QVariant& dato);
+void AnadeEnMayusculas(QComboBox* poCombo, const QString& psTexto);
+
 // Street names go into the grid cut to this length, whatever their source.
 inline constexpr int kLongitudNombreVia = 45;
 

@@ -314,6 +314,30 @@ void TClaseCodPostales::LiberaTemporizador(QTimer*& temporizador) {
 
 TClaseCodPostales::~TClaseCodPostales() { Libera(); }
 
+TClaseCodPostales* CreateClassCodPostal(QObject* AOwner, const QString& psAlias, bool pbPostales,
+                                        const QString& psDefectoCodINE) {
+  return new TClaseCodPostales(AOwner, psAlias, pbPostales, psDefectoCodINE);
+}
+
+TClaseCodPostales* CreateClassCodPostal(QObject* AOwner, const QString& psAlias, bool pbPostales,
+                                        QWidget* poadvPBotones, QComboBox* poadvCBProvincia,
+                                        QLineEdit* poadvELocalidad, QTableView* poDBGLocalidad,
+                                        QLineEdit* poadvEDomicilio, QTableView* poDBGDomicilio,
+                                        QLineEdit* poadvENumero, QLineEdit* poadvECodPostal,
+                                        QLineEdit* poadvECodINE, QComboBox* poadvCBTipoVia,
+                                        QComboBox* poadvCBPais, QWidget* poControlSiguienteAlDBGLocalidad,
+                                        QWidget* poControlSiguienteAlDBGDomicilio,
+                                        const QString& psDefectoCodProvincia, const QString& psDefectoLocalidad,
+                                        const QString& psDefectoCodINE, const QString& psDefectoCodPostal) {
+  return new TClaseCodPostales(AOwner, psAlias, pbPostales, poadvPBotones, poadvCBProvincia, poadvELocalidad,
+                               poDBGLocalidad, poadvEDomicilio, poDBGDomicilio, poadvENumero, poadvECodPostal,
+                               poadvECodINE, poadvCBTipoVia, poadvCBPais, poControlSiguienteAlDBGLocalidad,
+                               poControlSiguienteAlDBGDomicilio, psDefectoCodProvincia, psDefectoLocalidad,
+                               psDefectoCodINE, psDefectoCodPostal);
+}
+
+void DestroyClassCodPostal(TClaseCodPostales* poCodPostales) { delete poCodPostales; }
+
 void TClaseCodPostales::Libera() {
   if (!oTDomicilioVivo) oTDomicilio = nullptr;
   LiberaTemporizador(oTDomicilio);

@@ -223,6 +223,24 @@ class TClaseCodPostales {
   QPointer<QTimer> oTMensajesVivo;
 };
 
+// The names the host creates and frees a controller by. The two creating
+// forms take the constructors' arguments in the same order and return a
+// controller the host frees with DestroyClassCodPostal (null does nothing).
+// Errors opening the tables reach the caller, as from the constructors.
+TClaseCodPostales* CreateClassCodPostal(QObject* AOwner, const QString& psAlias, bool pbPostales,
+                                        const QString& psDefectoCodINE);
+TClaseCodPostales* CreateClassCodPostal(QObject* AOwner, const QString& psAlias, bool pbPostales,
+                                        QWidget* poadvPBotones, QComboBox* poadvCBProvincia,
+                                        QLineEdit* poadvELocalidad, QTableView* poDBGLocalidad,
+                                        QLineEdit* poadvEDomicilio, QTableView* poDBGDomicilio,
+                                        QLineEdit* poadvENumero, QLineEdit* poadvECodPostal,
+                                        QLineEdit* poadvECodINE, QComboBox* poadvCBTipoVia,
+                                        QComboBox* poadvCBPais, QWidget* poControlSiguienteAlDBGLocalidad,
+                                        QWidget* poControlSiguienteAlDBGDomicilio,
+                                        const QString& psDefectoCodProvincia, const QString& psDefectoLocalidad,
+                                        const QString& psDefectoCodINE, const QString& psDefectoCodPostal);
+void DestroyClassCodPostal(TClaseCodPostales* poCodPostales);
+
 // The failure of BuscaEnPaisPorNombre's walk past the end of the list, as
 // the host's list classes report a bad index.
 class EListError : public std::out_of_range {

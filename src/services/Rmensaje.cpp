@@ -222,15 +222,50 @@ TVentanaEspera* PresentadorMensajesQt::muestra(QObject* propietario, const QStri
   auto* ventana = new TVentanaEspera(texto, duenno);
   ventana->adjustSize();
   centraEn(ventana, zonaDe(duenno));
-  ventana->show();
-  ventana->raise();
-  pintaYa(ventana);
+  pintaSiToca(ventana);
   return ventana;
 }
 
 void PresentadorMensajesQt::cambia(TVentanaEspera* ventana, const QString& texto) {
   ventana->ponTexto(texto);
-  pintaYa(ventana);
+  pintaSiToca(ventana);
+}
+
+void PresentadorMensajesQt::pintaSiToca(TVentanaEspera* ventana) {
+  const bool toca =
+      intervaloPinturaMs_ <= 0 || !ultimaPintura_.isValid() || ultimaPintura_.elapsed() >= intervaloPinturaMs_;
+  if (toca) {
+    muestraYPinta(ventana, true);
+    return;
+  }
+  ventanaPendiente_ = ventana;
+  if (!pendiente_) {
+    pendiente_ = std::make_unique<QTimer>();
+    pendiente_->setSingleShot(true);
+    QObject::connect(pendiente_.get(), &QTimer::timeout, [this] {
+      if (ventanaPendiente_) muestraYPinta(ventanaPendiente_, false);
+    });
+  }
+  if (!pendiente_->isActive())
+    pendiente_->start(int(std::max<qint64>(intervaloPinturaMs_ - ultimaPintura_.elapsed(), 0)));
+}
+
+// From the timer the event loop is already running: it only needs the paint.
+void PresentadorMensajesQt::muestraYPinta(TVentanaEspera* ventana, bool dejaPasarEventos) {
+  // This paint shows what a pending one of this window would have.
+  if (ventanaPendiente_ == ventana) {
+    if (pendiente_) pendiente_->stop();
+    ventanaPendiente_ = nullptr;
+  }
+  if (!ventana->isVisible()) {
+    ventana->show();
+    ventana->raise();
+  }
+  if (dejaPasarEventos)
+    pintaYa(ventana);
+  else
+    ventana->repaint();
+  ultimaPintura_.start();
 }
 
 void PresentadorMensajesQt::cierra(TVentanaEspera* ventana) {

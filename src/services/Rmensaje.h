@@ -7,15 +7,19 @@
 // host does; the routines turn them into '\n' before the presenter sees them.
 #pragma once
 
+#include <QElapsedTimer>
 #include <QFrame>
 #include <QList>
 #include <QPointer>
 #include <QString>
 #include <QStringList>
+#include <QTimer>
 
+#include <memory>
 #include <utility>
 
 class QLabel;
+
 class QObject;
 class QWidget;
 
@@ -115,8 +119,25 @@ class PresentadorMensajesQt : public PresentadorMensajes {
   int duracionEmergente() const { return duracionEmergenteMs_; }
   void setDuracionEmergente(int ms) { duracionEmergenteMs_ = ms; }
 
+  // A wait window takes every text at once, but what the user sees changes
+  // at most once in this span (250 ms unless changed): a run that opens a
+  // window per municipality and changes its text for every street would
+  // otherwise spend most of its time showing and repainting. A window opened
+  // or changed within the span is shown and painted when the span ends, if
+  // the caller lets events run by then (a fetch does), or at its next
+  // change; one closed before that is never shown. 0 shows every change.
+  int intervaloPintura() const { return intervaloPinturaMs_; }
+  void setIntervaloPintura(int ms) { intervaloPinturaMs_ = ms; }
+
  private:
+  void pintaSiToca(TVentanaEspera* ventana);
+  void muestraYPinta(TVentanaEspera* ventana, bool dejaPasarEventos);
+
   int duracionEmergenteMs_ = 4000;
+  int intervaloPinturaMs_ = 250;
+  QElapsedTimer ultimaPintura_;
+  std::unique_ptr<QTimer> pendiente_;  // the end of the span, when a window waits for it
+  QPointer<TVentanaEspera> ventanaPendiente_;
 };
 
 enum class TipoMensaje { Error, Info, Emergente, Muestra, Cambia, Cierra };

@@ -7,6 +7,7 @@
 #include <QApplication>
 #include <QComboBox>
 #include <QDir>
+#include <QHeaderView>
 #include <QPushButton>
 #include <QRadioButton>
 #include <QStyle>
@@ -28,9 +29,42 @@
 
 namespace testsupport {
 
+// The warnings of one logging category while it lives.
+class AvisosDelRegistro {
+ public:
+  explicit AvisosDelRegistro(const char* categoria) : categoria_(categoria) {
+    actual_ = this;
+    anterior_ = qInstallMessageHandler(&AvisosDelRegistro::recoge);
+  }
+  ~AvisosDelRegistro() {
+    qInstallMessageHandler(anterior_);
+    actual_ = nullptr;
+  }
+  AvisosDelRegistro(const AvisosDelRegistro&) = delete;
+  AvisosDelRegistro& operator=(const AvisosDelRegistro&) = delete;
+  QStringList textos;
+
+ private:
+  static void recoge(QtMsgType tipo, const QMessageLogContext& contexto, const QString& texto) {
+    if (actual_ && tipo == QtWarningMsg && contexto.category && qstrcmp(contexto.category, actual_->categoria_) == 0)
+      actual_->textos << texto;
+    else if (actual_ && actual_->anterior_)
+      actual_->anterior_(tipo, contexto, texto);
+  }
+  inline static AvisosDelRegistro* actual_ = nullptr;
+  const char* categoria_;
+  QtMessageHandler anterior_ = nullptr;
+};
+
 // Nothing listens there, so a fetch no test pointed at a simulator fails at
 // once instead of reaching the cadastre.
 inline constexpr char kUrlSinServicio[] = "http://127.0.0.1:9/ovcservweb/OVCSWLocalizacionRC/OVCCallejero.asmx";
+
+// A fixed column's width: the given one scaled to the font, or what its
+// title needs when that is more.
+inline int AnchoFijoEsperado(const TStringGrid* g, const TFImportarVias& d, int columna, int anchoDado) {
+  return std::max(d.AnchoEscalado(anchoDado), g->horizontalHeader()->sectionSizeHint(columna));
+}
 
 class DialogoImportarTest : public ::testing::Test {
  protected:

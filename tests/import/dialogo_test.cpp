@@ -4,12 +4,17 @@
 // and mouse clicks, against the local simulator where the service answers.
 #include <QAction>
 #include <QFile>
+#include <QFileInfo>
 #include <QGroupBox>
 #include <QHeaderView>
 #include <QLabel>
 #include <QMenu>
 #include <QSignalSpy>
 #include <QStatusBar>
+#include <cmath>
+#include <QFontMetricsF>
+#include <QStyleOptionViewItem>
+#include <QStyleFactory>
 #include <gtest/gtest.h>
 
 #include "dialogo_comun.h"
@@ -92,15 +97,131 @@ TEST_F(Dialogo, CombosAreDropDownListsOfTwentyRows) {
   }
 }
 
+TEST_F(Dialogo, ListsShowTheirItemsInUpperCase) {
+  ASSERT_TRUE(QDir().mkpath(carpetaPostal()));
+  writeFile((carpetaPostal() + "/28-Getafe.txt").toStdString(), "28901: Mayor, calle\r\n");
+  anadeProvincia(60, "Provincia de prueba");
+  anadeMunicipio("60001", "60001", "Villa de Prueba");
+  auto d = abre();  // mode 1: the postcode files
+  EXPECT_EQ(elementos(d->CBProvincias), QStringList{"28-GETAFE"});
+  EXPECT_TRUE(elementos(d->CBProvinciasZelmor).contains("PROVINCIA DE PRUEBA"));
+  elige(d->CBProvinciasZelmor, "PROVINCIA DE PRUEBA");
+  d->CBProvinciasZelmorExit(d->CBProvinciasZelmor);
+  EXPECT_EQ(elementos(d->CBMunicipiosZelmor), QStringList{"VILLA DE PRUEBA"});
+}
+
+TEST_F(Dialogo, ModeOneFileShownInUpperCaseIsStillReadByItsOwnName) {
+  ASSERT_TRUE(QDir().mkpath(carpetaPostal()));
+  writeFile((carpetaPostal() + "/28-Alcalá de Prueba.txt").toStdString(), "28801: Mayor, calle\r\n");
+  auto d = abre();
+  ASSERT_EQ(elementos(d->CBProvincias), QStringList{"28-ALCALÁ DE PRUEBA"});
+  d->CBProvincias->setCurrentIndex(0);
+  pulsa(d->advGBBuscarViasPorMunicipio);
+  EXPECT_EQ(d->SGVias->Cells(1, 1), "Mayor");
+  EXPECT_EQ(d->SGVias->Cells(2, 1), "28801");
+}
+
+// Fusion opens a non-editable combo as a pop-up menu as tall as its items;
+// the list must stop at twenty rows there too.
+TEST_F(Dialogo, OpenListShowsTwentyRowsInTheFusionStyle) {
+  const QString estiloAnterior = QApplication::style()->name();
+  QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
+  {
+    auto d = abre();
+    QComboBox* combo = d->CBMunicipiosZelmor;
+    for (int i = 0; i < 150; ++i) combo->addItem(QStringLiteral("MUNICIPIO %1").arg(i, 3, 10, QLatin1Char('0')));
+    combo->setCurrentIndex(0);
+    combo->showPopup();
+    QAbstractItemView* lista = combo->view();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return lista->isVisible(); }, 2000));
+    QApplication::processEvents();
+    int enteras = 0;
+    for (int i = 0; i < combo->count(); ++i) {
+      const QRect fila = lista->visualRect(lista->model()->index(i, 0));
+      if (fila.top() >= 0 && fila.bottom() < lista->viewport()->height()) ++enteras;
+    }
+    EXPECT_EQ(enteras, 20);
+    EXPECT_LT(lista->window()->height(), 40 * lista->sizeHintForRow(0)) << "not the whole screen";
+    combo->hidePopup();
+  }
+  QApplication::setStyle(QStyleFactory::create(estiloAnterior));
+}
+
+TEST_F(Dialogo, StreetGridTakesTheFocusByClickButNotByTab) {
+  auto d = abre();
+  d->SGVias->SetRowCount(4);
+  for (int r = 1; r < 4; ++r) d->SGVias->SetCells(1, r, QStringLiteral("CALLE %1").arg(r));
+  enfoca(d->RBMasDeUno);
+  QList<QWidget*> recorridos;
+  for (int i = 0; i < 30; ++i) {
+    tabula();
+    recorridos << QApplication::focusWidget();
+  }
+  EXPECT_FALSE(recorridos.contains(d->SGVias)) << "not a tab stop";
+  EXPECT_TRUE(recorridos.contains(d->CBProvinciasZelmor)) << "Tab walked the dialog";
+
+  const QRect celda = d->SGVias->visualRect(d->SGVias->model()->index(1, 1));
+  QTest::mouseClick(d->SGVias->viewport(), Qt::LeftButton, Qt::NoModifier, celda.center());
+  QApplication::processEvents();
+  EXPECT_EQ(QApplication::focusWidget(), d->SGVias);
+  EXPECT_EQ(d->SGVias->currentRow(), 1);
+  QTest::keyClick(d->SGVias, Qt::Key_Down);
+  EXPECT_EQ(d->SGVias->currentRow(), 2) << "the keys walk it";
+}
+
+// The width a column needs for its title (row 0, the grid's header) whole.
+int AnchoParaElTitulo(const TStringGrid* g, int columna) { return g->horizontalHeader()->sectionSizeHint(columna); }
+
+TEST_F(Dialogo, ColumnWidthsAreTheGivenOnesAtTheHostsUsualFont) {
+  auto d = crea();
+  // A font whose average character is no wider than the host's: no scaling.
+  QFont pequena = d->font();
+  pequena.setPixelSize(6);
+  d->setFont(pequena);
+  d->SGVias->horizontalHeader()->setFont(pequena);  // the titles' own font
+  ASSERT_LE(QFontMetricsF(d->SGVias->font()).averageCharWidth(), 5.0);
+  EXPECT_EQ(d->EscalaColumnas(), 1.0);
+  d->show();  // mode 1: the seven columns
+  QApplication::processEvents();
+  ASSERT_EQ(d->SGVias->ColCount(), 7);
+  EXPECT_EQ(d->SGVias->ColWidths(0), 60);
+  EXPECT_EQ(d->SGVias->ColWidths(2), 70);
+  for (int c = 3; c <= 6; ++c) EXPECT_EQ(d->SGVias->ColWidths(c), 55) << c;
+}
+
+TEST_F(Dialogo, ColumnWidthsGrowWithTheFontSoEveryTitleReadsWhole) {
+  for (int puntos : {0, 12, 16}) {
+    auto d = crea();
+    if (puntos > 0) {
+      QFont f = d->font();
+      f.setPointSize(puntos);
+      d->setFont(f);
+      d->SGVias->horizontalHeader()->setFont(f);  // the titles' own font
+    }
+    d->show();  // mode 1: the seven titled columns
+    QApplication::processEvents();
+    const TStringGrid* g = d->SGVias;
+    ASSERT_EQ(g->ColCount(), 7);
+    const double escala = d->EscalaColumnas();
+    EXPECT_GE(escala, puntos >= 12 ? 1.5 : 1.0) << puntos;
+    for (int c : {0, 2, 3, 4, 5, 6})
+      EXPECT_GE(g->ColWidths(c), AnchoParaElTitulo(g, c))
+          << puntos << " pt: «" << g->Cells(c, 0).toStdString() << "» is cut";
+    // The given widths, scaled; wider only where a title needs it.
+    for (const auto& [c, ancho] : {std::pair{0, 60}, {2, 70}, {3, 55}, {4, 55}, {5, 55}, {6, 55}})
+      EXPECT_EQ(g->ColWidths(c), std::max<int>(std::lround(ancho * escala), AnchoParaElTitulo(g, c))) << puntos;
+    EsperaReglaDeSieteColumnas(g);
+  }
+}
+
 TEST_F(Dialogo, GridStartsWithTwoColumnsTwoRowsAndWholeRowSelection) {
   auto d = crea();
   const TStringGrid* g = d->SGVias;
   EXPECT_EQ(g->ColCount(), 2);
   EXPECT_EQ(g->RowCount(), 2);
-  EXPECT_EQ(g->ColWidths(0), 60);
-  EXPECT_EQ(g->ColWidths(1), 468);
+  EXPECT_EQ(g->ColWidths(0), d->AnchoEscalado(60));
+  EXPECT_EQ(g->ColWidths(1), d->AnchoEscalado(468));
   EXPECT_EQ(g->selectionBehavior(), QAbstractItemView::SelectRows);
-  EXPECT_EQ(g->focusPolicy(), Qt::NoFocus) << "not a tab stop";
   EXPECT_TRUE(g->verticalHeader()->sectionsMovable()) << "rows movable";
   EXPECT_TRUE(g->verticalHeader()->isHidden()) << "no fixed column";
 }
@@ -128,9 +249,9 @@ TEST_F(Dialogo, ModeOneLaysOutTheFileSearchWithSevenColumns) {
   EXPECT_TRUE(d->GBDatosZelmor->isVisible());
   EXPECT_EQ(fila(d->SGVias, 0), (QStringList{"Tipo de vía", "Nombre de la vía", "Código postal", "Impar INI",
                                              "Impar INI", "Par INI", "Par FIN"}));
-  EXPECT_EQ(d->SGVias->ColWidths(0), 60);
-  EXPECT_EQ(d->SGVias->ColWidths(2), 70);
-  for (int c = 3; c <= 6; ++c) EXPECT_EQ(d->SGVias->ColWidths(c), 55) << c;
+  EXPECT_EQ(d->SGVias->ColWidths(0), AnchoFijoEsperado(d->SGVias, *d, 0, 60));
+  EXPECT_EQ(d->SGVias->ColWidths(2), AnchoFijoEsperado(d->SGVias, *d, 2, 70));
+  for (int c = 3; c <= 6; ++c) EXPECT_EQ(d->SGVias->ColWidths(c), AnchoFijoEsperado(d->SGVias, *d, c, 55)) << c;
   EsperaReglaDeSieteColumnas(d->SGVias);
 }
 
@@ -148,7 +269,7 @@ TEST_F(Dialogo, ModeTwoLaysOutProvinceAndMunicipalityWithTwoColumns) {
   EXPECT_FALSE(d->advGBGuardarPorProvincia->isVisible());
   EXPECT_TRUE(d->GBDatosZelmor->isVisible());
   EXPECT_EQ(fila(d->SGVias, 0), (QStringList{"Tipo de vía", "Nombre de la vía"}));
-  EXPECT_EQ(d->SGVias->ColWidths(0), 60);
+  EXPECT_EQ(d->SGVias->ColWidths(0), AnchoFijoEsperado(d->SGVias, *d, 0, 60));
   EsperaReglaDeDosColumnas(d->SGVias);
   EXPECT_EQ(d->CBProvincias->count(), kProvinciasServicio) << "the service's provinces";
 }
@@ -691,6 +812,83 @@ TEST_F(Dialogo, SearchByProvinceInModeThreeSavesOneAnswerPerMunicipality) {
   EXPECT_EQ(mensajes.cuenta(TipoMensaje::Error) + mensajes.cuenta(TipoMensaje::Emergente), 0);
 }
 
+TEST_F(Dialogo, SearchByProvinceWhoseStreetsFailSixTimesShowsTheNotice) {
+  REQUIERE_DATOS_COMPARTIDOS();
+  arrancaSimulador({"--fallar-vias", "6"});
+  auto d = abre();
+  pulsa(d->RBTodosConUno);
+  elige(d->CBProvincias, "CEUTA");
+  tabula();
+  mensajes.limpia();
+  pulsa(d->advGBBuscarViasPorProvincia);
+  EXPECT_EQ(mensajes.textos(TipoMensaje::Error),
+            QStringList{"Se ha producido un error al localizar las vías del municipio seleccionado CEUTA\nReinténtelo "
+                        "más tarde"});
+  const QList<MensajeRegistrado> avisos = mensajes.deTipo(TipoMensaje::Emergente);
+  ASSERT_EQ(avisos.size(), 1);
+  EXPECT_EQ(avisos[0].texto, "No se ha podido importar ningún nombre de vía");
+  EXPECT_EQ(avisos[0].titulo, "Inténtelo de nuevo");
+  EXPECT_FALSE(QFile::exists(carpetaPostal() + "/CEUTA/CEUTA.xml"));
+  int calles = 0;
+  for (const PeticionOvc& p : simulador->peticiones()) calles += p.soapAction.contains("ConsultaVia");
+  EXPECT_EQ(calles, 6);
+  EXPECT_EQ(d->oFormMensaje, nullptr);
+}
+
+TEST_F(Dialogo, SearchByProvinceWhoseStreetsCameAtTheSixthAttemptSavesThemSilently) {
+  REQUIERE_DATOS_COMPARTIDOS();
+  arrancaSimulador({"--fallar-vias", "5"});
+  auto d = abre();
+  pulsa(d->RBTodosConUno);
+  elige(d->CBProvincias, "CEUTA");
+  tabula();
+  mensajes.limpia();
+  pulsa(d->advGBBuscarViasPorProvincia);
+  EXPECT_TRUE(QFile::exists(carpetaPostal() + "/CEUTA/CEUTA.xml"));
+  EXPECT_EQ(mensajes.cuenta(TipoMensaje::Error) + mensajes.cuenta(TipoMensaje::Emergente), 0);
+}
+
+TEST_F(Dialogo, NoticeOfAFailedFetchHasAnEmptyFourthTextAndTheCauseGoesToTheLog) {
+  REQUIERE_DATOS_COMPARTIDOS();
+  arrancaSimulador({"--nombres-peligrosos"});
+  auto d = abre();
+  pulsa(d->RBTodosConUno);
+  elige(d->CBProvincias, "SORIA");
+  tabula();
+  mensajes.limpia();
+  AvisosDelRegistro registro("codpostales.ovc");
+  pulsa(d->advGBBuscarViasPorProvincia);
+  const QList<MensajeRegistrado> avisos = mensajes.deTipo(TipoMensaje::Emergente);
+  ASSERT_EQ(avisos.size(), 1);
+  EXPECT_EQ(avisos[0].posicion, "H");
+  EXPECT_EQ(avisos[0].opcion, 4);
+  EXPECT_EQ(avisos[0].detalle, QString());
+  EXPECT_TRUE(registro.textos.join('\n').contains("no sirve como nombre")) << registro.textos.join('\n').toStdString();
+}
+
+TEST_F(Dialogo, SavedAnswerThatCannotBeDeletedLeavesTheNewAnswerUnsaved) {
+  REQUIERE_DATOS_COMPARTIDOS();
+  arrancaSimulador();
+  // Where the answer would go stands something that cannot be deleted (a
+  // folder with a file in it; permissions would not stop this user).
+  const QString guardado = carpetaPostal() + "/CEUTA/CEUTA.xml";
+  ASSERT_TRUE(QDir().mkpath(guardado));
+  writeFile((guardado + "/dentro.txt").toStdString(), "viejo");
+  auto d = abre();
+  pulsa(d->RBTodosConUno);
+  elige(d->CBProvincias, "CEUTA");
+  tabula();
+  mensajes.limpia();
+  pulsa(d->advGBBuscarViasPorProvincia);
+  EXPECT_TRUE(QFileInfo(guardado).isDir()) << "not replaced";
+  EXPECT_EQ(readFile((guardado + "/dentro.txt").toStdString()), "viejo");
+  EXPECT_EQ(QDir(carpetaPostal() + "/CEUTA").entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
+            QStringList{"CEUTA.xml"});
+  // Not saved, and not an error: the fetch itself worked.
+  EXPECT_EQ(mensajes.cuenta(TipoMensaje::Error) + mensajes.cuenta(TipoMensaje::Emergente), 0);
+  EXPECT_EQ(simulador->peticiones().size(), 4);
+}
+
 TEST_F(Dialogo, SearchByProvinceGoesOnPastAMunicipalityWhoseAnswerCannotBeSaved) {
   REQUIERE_DATOS_COMPARTIDOS();
   arrancaSimulador({"--nombres-peligrosos"});
@@ -702,11 +900,10 @@ TEST_F(Dialogo, SearchByProvinceGoesOnPastAMunicipalityWhoseAnswerCannotBeSaved)
   pulsa(d->advGBBuscarViasPorProvincia);
   const int municipios = d->CBMunicipios->count();
   ASSERT_GE(municipios, 5);
-  // ".." names no file: its notice says why, and every other one is saved.
+  // ".." names no file: its notice, and every other one is saved.
   const QList<MensajeRegistrado> avisos = mensajes.deTipo(TipoMensaje::Emergente);
   ASSERT_EQ(avisos.size(), 1);
   EXPECT_EQ(avisos[0].texto, "No se ha podido importar ningún nombre de vía");
-  EXPECT_TRUE(avisos[0].detalle.contains("no sirve como nombre")) << avisos[0].detalle.toStdString();
   EXPECT_EQ(QDir(carpetaPostal() + "/SORIA").entryList(QDir::Files | QDir::Hidden).size(), municipios - 1);
   EXPECT_EQ(d->oFormMensaje, nullptr);
 }

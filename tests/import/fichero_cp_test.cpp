@@ -243,8 +243,8 @@ TEST_F(FicheroCodigosPostales, GridIsPreparedWithTheSevenColumnsOfModeOne) {
   ASSERT_EQ(d->SGVias->ColCount(), 7);
   EXPECT_EQ(fila(d->SGVias, 0), (QStringList{"Tipo de vía", "Nombre de la vía", "Código postal", "Impar INI",
                                              "Impar INI", "Par INI", "Par FIN"}));
-  EXPECT_EQ(d->SGVias->ColWidths(2), 70);
-  for (int c = 3; c <= 6; ++c) EXPECT_EQ(d->SGVias->ColWidths(c), 55) << c;
+  EXPECT_EQ(d->SGVias->ColWidths(2), AnchoFijoEsperado(d->SGVias, *d, 2, 70));
+  for (int c = 3; c <= 6; ++c) EXPECT_EQ(d->SGVias->ColWidths(c), AnchoFijoEsperado(d->SGVias, *d, c, 55)) << c;
 }
 
 TEST_F(FicheroCodigosPostales, RowsOfAPreviousSearchAreReplaced) {
@@ -441,6 +441,22 @@ TEST_F(ModoUnoDelDialogo, ProvinceCodeTheHostLacksChoosesNoProvince) {
   EXPECT_EQ(d->SGVias->Cells(1, 1), QStringLiteral("MAYOR"));
   EXPECT_EQ(d->CBProvinciasZelmor->currentIndex(), -1);
   EXPECT_EQ(d->CBMunicipiosZelmor->count(), 0);
+}
+
+TEST_F(ModoUnoDelDialogo, SearchOnAnEntryWithoutDashTakesTheWholeEntryAsTheMunicipality) {
+  // Province 28 from the first two characters; the municipality is the
+  // whole entry, "_" read as "/". VILLA/NUEVA would be the text after a
+  // blank, not the whole entry.
+  anadeMunicipio(QStringLiteral("28990"), QStringLiteral("28990"), QStringLiteral("VILLA/NUEVA"));
+  anadeMunicipio(QStringLiteral("28991"), QStringLiteral("28991"), QStringLiteral("28 VILLA/NUEVA"));
+  escribe(QStringLiteral("28 VILLA_NUEVA.txt"), "28991: MAYOR, CALLE\r\n");
+  d->RBMasDeUnoClick(d->RBMasDeUno);  // lists the folder again
+  elige(d->CBProvincias, QStringLiteral("28 VILLA_NUEVA"));
+  pulsa(d->advGBBuscarViasPorMunicipio);
+  EXPECT_EQ(d->SGVias->Cells(1, 1), QStringLiteral("MAYOR"));
+  EXPECT_EQ(d->CBProvinciasZelmor->currentText(), QStringLiteral("MADRID"));
+  EXPECT_EQ(d->CBMunicipiosZelmor->currentText(), QStringLiteral("28 VILLA/NUEVA"));
+  EXPECT_EQ(d->CBMunicipiosZelmor->currentData().toInt(), 28991);
 }
 
 TEST_F(ModoUnoDelDialogo, SearchWithNoFileChosenAsksForOne) {

@@ -4,6 +4,8 @@
 #include <QComboBox>
 #include <QFile>
 #include <QLabel>
+#include <QSignalSpy>
+#include <QTableWidget>
 #include <gtest/gtest.h>
 
 #include "import/ImportarVias.h"
@@ -246,6 +248,28 @@ TEST(NombreDeFicheroGuardado, DotNamesEmptyNamesAndControlCharactersAreRefused) 
   EXPECT_THROW(NombreDeFicheroGuardado(QStringLiteral("  ")), std::runtime_error);
   EXPECT_THROW(NombreDeFicheroGuardado(QString::fromUtf16(u"A\u0000B", 3)), std::runtime_error);
   EXPECT_THROW(NombreDeFicheroGuardado(QStringLiteral("A\tB")), std::runtime_error);
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(Respuestas, LoadedStreetsMakeTheLastRowCurrentOnce) {
+  dialogo.XML->LoadFromBytes(
+      RespuestaSoap("Callejero", Calles(3, Calle("CL", "MAYOR") + Calle("AV", "PAZ") + Calle("PZ", "SOL"))));
+  QSignalSpy cambios(dialogo.SGVias, &QTableWidget::currentCellChanged);
+  EXPECT_TRUE(dialogo.CargaVias());
+  EXPECT_EQ(dialogo.SGVias->RowCount(), 4);
+  EXPECT_EQ(dialogo.SGVias->Row(), 3);
+  EXPECT_EQ(cambios.count(), 1) << "once per answer, not once per street";
+}
+
+TEST_F(Respuestas, StreetsBeforeAShortListsFaultStillLeaveTheirLastRowCurrent) {
+  // The count says 3, the list holds 2: the walk fails after the second.
+  dialogo.XML->LoadFromBytes(RespuestaSoap("Callejero", Calles(3, Calle("CL", "MAYOR") + Calle("AV", "PAZ"))));
+  EXPECT_FALSE(dialogo.CargaVias());
+  EXPECT_EQ(dialogo.SGVias->Cells(1, 2), QStringLiteral("PAZ"));
+  EXPECT_EQ(dialogo.SGVias->Row(), 2);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include "formulario.h"
 #include "platform/ControlesHost.h"
 #include "services/Ruttb.h"
+#include "services/Rvarias.h"
 #include "../services/qstring_print.h"
 
 using namespace testsupport;
@@ -85,24 +86,38 @@ TEST_F(CargaTest, PrefixOfALocalityIsNotMarked) {
 
 TEST_F(CargaTest, FirstProvinceItemGivesNoProvinceForTheLookUps) {
   auto c = f.creaControlador(alias());
+  // SOBRADO is in 15 and 28, and once more with a blank province: the
+  // look-ups, asked with an empty province code, find that one.
+  anadeMunicipio(c->oDataModule->TMunicipiAux, {"00123", "SOBRADO", "", "00777"});
   // No province by code or name: the combo keeps its empty first item.
   f.provincia->setCurrentIndex(0);
   c->CargaEnComponentes("77", "NINGUNA", "SOBRADO", "", "", "", "", "");
   EXPECT_EQ(f.provincia->currentIndex(), 0);
-  EXPECT_EQ(f.codIne->text(), "");  // SOBRADO exists in 15 and 28, but no province matched ""
-  EXPECT_EQ(f.codPostal->text(), "");
+  EXPECT_EQ(f.codIne->text(), "00123");
+  EXPECT_EQ(f.codPostal->text(), "00777");
 }
 
 TEST_F(CargaTest, EmptyStreetTypeAndNumberStillRunTheTypeSearchAndTheNumberExit) {
   auto c = f.creaControlador(alias());
   f.tipoVia->setCurrentIndex(2);
-  f.codPostal->setText("X");
+  // Only the number's exit handler takes the focus colour off the number
+  // edit (its DejaFoco); nothing else here leaves that edit.
+  TomaFocoControl(f.numero);
+  ASSERT_EQ(f.numero->palette().color(QPalette::Base), ColorFocoControl());
   c->CargaEnComponentes("28", "MADRID", "MADRID", "28079", "", "", "", "");
-  // The type search ran with an empty code: nothing chosen anew.
+  EXPECT_NE(f.numero->palette().color(QPalette::Base), ColorFocoControl()) << "the number's exit did not run";
+  // An empty type code matches no item: the user's type stays.
   EXPECT_EQ(f.tipoVia->currentIndex(), 2);
-  // The number exit ran: number 1 of the street the table stands on.
   EXPECT_EQ(f.numero->text(), "");
   EXPECT_EQ(f.codPostal->text(), "28001");
+}
+
+TEST_F(CargaTest, TypeAloneWithEmptyStreetAndNumberIsChosenByTheTypeSearch) {
+  auto c = f.creaControlador(alias());
+  f.tipoVia->setCurrentIndex(-1);
+  c->CargaEnComponentes("28", "MADRID", "MADRID", "28079", "", "PZ", "", "");
+  EXPECT_EQ(f.tipoVia->currentText(), "PZ - PLAZA");
+  EXPECT_EQ(f.domicilio->text(), "");
 }
 
 TEST_F(CargaTest, ShortFormChoosesCountryProvinceAndLocality) {

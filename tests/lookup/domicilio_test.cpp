@@ -33,7 +33,7 @@ class DomicilioTest : public ::testing::Test {
                tramo("MAYOR", "CL", "1-19", "2-20", "28002"),
                tramo("MAYOR", "CL", "21-99", "22-98", "28003"),
                tramo("MAYOR", "CL", "21-41", "22-40", "28004"),
-               tramo("MAYOR", "PZ", "1-9", "2-8", "28005"),
+               tramo("MAYOR", "PZ", "1-9", "10-18", "28005"),  // 1 is odd-held, 2 even-held by none
                tramo("ALCALA", "CL", "1-201", "2-200", "28014", "00000012"),
                tramo("ARENAL", "CL", "1-50", "2-50", "28013", "00000013"),
                tramo("SOL", "PZ", "1-9", "2-8", "28013", "00000014")});
@@ -104,8 +104,10 @@ TEST_F(DomicilioTest, TypingAStreetANumberAndLeavingGivesTheStretchsPostcode) {
 }
 
 TEST_F(DomicilioTest, EmptyOrNonNumericNumberCountsAsOne) {
+  // The square's odd range holds 1, its even range not 2 (nor 0): 2 would
+  // fall to the untyped 2-20 (28001), 0 to nothing.
   escribe("MAYOR", "", "PZ");
-  EXPECT_EQ(f.codPostal->text(), "28005");  // 1 is in the odd range 1-9 of the square
+  EXPECT_EQ(f.codPostal->text(), "28005");
   f.codPostal->clear();
   escribe("MAYOR", "abc", "PZ");
   EXPECT_EQ(f.codPostal->text(), "28005");
@@ -148,17 +150,30 @@ TEST_F(DomicilioTest, UntypedStretchServesWhenNoStretchOfTheTypeHoldsTheNumber) 
 }
 
 TEST_F(DomicilioTest, ChosenTypeWithNoStretchNorUntypedStretchWritesNothing) {
+  // ARENAL has one stretch, CL 1-50, which holds 5; the user chose AV.
   f.tipoVia->setCurrentIndex(f.tipoVia->findText("AV - AVENIDA"));
   f.codPostal->setText("99999");
   f.domicilio->setText("ARENAL");
+  // Not on ARENAL, so the type comes from the combo.
   TBBusca(c->oDataModule->TPostal, {"PROVINCIA", "28", "CAPITAL", "S", "VIA", "ALCALA"}, true);
   const int antes = c->oDataModule->TPostal->RecNo();
   f.numero->setText("5");
   Formulario::enfoca(f.numero);
-  f.domicilio->setText("ARENALES");  // the table no longer stands on the street typed
   Formulario::enfoca(f.otroControl);
   EXPECT_EQ(f.codPostal->text(), "99999");
   EXPECT_EQ(c->oDataModule->TPostal->RecNo(), antes);  // back where it was
+}
+
+TEST_F(DomicilioTest, SameStreetWithTheTypeItHasGivesItsPostcode) {
+  // The counterpart of the test above: only the type differs.
+  f.tipoVia->setCurrentIndex(f.tipoVia->findText("CL - CALLE"));
+  f.codPostal->setText("99999");
+  f.domicilio->setText("ARENAL");
+  TBBusca(c->oDataModule->TPostal, {"PROVINCIA", "28", "CAPITAL", "S", "VIA", "ALCALA"}, true);
+  f.numero->setText("5");
+  Formulario::enfoca(f.numero);
+  Formulario::enfoca(f.otroControl);
+  EXPECT_EQ(f.codPostal->text(), "28013");
 }
 
 TEST_F(DomicilioTest, BuscaDomicilioPorViaFindsTheStretchOfTheTypeAsked) {

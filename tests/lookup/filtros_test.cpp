@@ -2,6 +2,7 @@
 // municipality, and the choice of the street file.
 #include <gtest/gtest.h>
 
+#include <QDir>
 #include <QSignalSpy>
 #include <filesystem>
 
@@ -109,6 +110,22 @@ TEST_F(FiltrosTest, ActualizaTablaPostalDropsTheFilterOfTheFileItLeaves) {
   c.ActualizaTablaPostal("08019");
   EXPECT_FALSE(postal->Filtered());
   EXPECT_EQ(postal->Filter(), "");
+}
+
+TEST_F(FiltrosTest, ActualizaTablaPostalOpensAgainTheClosedFileOfTheSameProvince) {
+  TClaseCodPostales c(nullptr, alias(), false, "");
+  TTable* postal = c.oDataModule->TPostal;
+  c.ActualizaTablaPostal("28079");
+  TBFiltra(postal, "COD_INE=28065");
+  postal->Close();
+  c.ActualizaTablaPostal("28065");
+  ASSERT_TRUE(postal->Active());
+  EXPECT_EQ(postal->TableName(), "POSTAL28.DBF");
+  EXPECT_EQ(QDir(postal->DatabaseName()).dirName().toUpper(), "POSTALES");
+  EXPECT_EQ(postal->Tag, 28);
+  EXPECT_FALSE(postal->Filtered());
+  EXPECT_EQ(postal->Filter(), "");
+  EXPECT_EQ(nombres(postal, "VIA"), (QStringList{"ALCALA", "CASTELLANA", "MADRID", "MAYOR", "TOLEDO"}));
 }
 
 TEST_F(FiltrosTest, ActualizaTablaPostalFindsThePostalesFolderWhateverItsCase) {

@@ -48,10 +48,13 @@ TEST(NombreMunicipioConParentesis, ArticlesAreTriedInTheirOrder) {
   EXPECT_EQ(TClaseCodPostales::NombreMunicipioConParentesis("MADRID"), "MADRID");
 }
 
-TEST_F(LocalidadTest, NameWithElIsFoundInItsBracketedForm) {
+TEST_F(LocalidadTest, NameWithElIsFoundInItsBracketedFormFirst) {
+  // Both forms are in the table: the bracketed one is tried first.
+  anadeMunicipio(c->oDataModule->TMunicipi, {"28901", "EL MOLAR", "28"});
   anadeMunicipio(c->oDataModule->TMunicipi, {"28082", "MOLAR (EL)", "28"});
   EXPECT_TRUE(c->BuscaLocalidadPorNombre("EL MOLAR", true));
   EXPECT_EQ(c->oDataModule->TMunicipiNOMBRE->AsString(), "MOLAR (EL)");
+  EXPECT_EQ(c->oDataModule->TMunicipiCOD_INE->AsString(), "28082");
 }
 
 TEST_F(LocalidadTest, NameWithLosIsTriedRewrittenThenAsTyped) {
@@ -181,11 +184,18 @@ TEST_F(LocalidadTest, BackspaceAndDeleteDoNotStartASearch) {
   f.eligeProvincia("MADRID [28]");
   Formulario::teclea(f.localidad, "MAD");
   ASSERT_EQ(f.localidad->text(), "MADRID");
+  // A search would write the postcode and INE code of the row it reached.
+  f.codPostal->clear();
+  f.codIne->clear();
   QTest::keyClick(f.localidad, Qt::Key_Backspace);  // removes the selected completion
   EXPECT_EQ(f.localidad->text(), "MAD");
+  EXPECT_EQ(f.codIne->text(), "") << "Backspace searched";
   f.localidad->setCursorPosition(1);
   QTest::keyClick(f.localidad, Qt::Key_Delete);
   EXPECT_EQ(f.localidad->text(), "MD");
+  EXPECT_EQ(f.codIne->text(), "") << "Delete searched";
+  EXPECT_EQ(f.codPostal->text(), "");
+  EXPECT_EQ(Tag(f.localidad), 1) << "the completion's mark stays";
 }
 
 TEST_F(LocalidadTest, HoldingShiftWhileLeavingKeepsTheFocusWhereTheUserSendsIt) {

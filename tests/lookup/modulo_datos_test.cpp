@@ -45,12 +45,19 @@ TEST_F(ModuloDatosTest, MinorEntityShowsItsMunicipalityInBrackets) {
   EXPECT_EQ(c.oDataModule->TMunicipiccENT_MAYOR->AsString(), "MADRID");
 }
 
-TEST_F(ModuloDatosTest, MinorEntityListedBeforeItsMunicipalityRowWalksToIt) {
-  // ESPARTALES is written after ALCALA DE HENARES; add one written before it.
+TEST_F(ModuloDatosTest, MinorEntitiesListedBeforeTheirMunicipalityRowWalkToIt) {
+  // A code whose first two rows on COD_INE are minor entities: the walk
+  // passes both to reach the municipality's own row, written last.
   TClaseCodPostales c(nullptr, alias(), false, "");
-  anadeMunicipio(c.oDataModule->TMunicipiSinFiltro, {"15030", "ELVIÑA", "15", "", true});
-  situa(c.oDataModule, "ELVIÑA");
-  EXPECT_EQ(c.oDataModule->TMunicipiccNOMBRE_COMPLETO->AsString(), "ELVIÑA --> [CORUÑA (A)]");
+  anadeMunicipio(c.oDataModule->TMunicipiSinFiltro, {"45168", "AZUCAICA", "45", "45005", true});
+  anadeMunicipio(c.oDataModule->TMunicipiSinFiltro, {"45168", "BERCIAL (EL)", "45", "45006", true});
+  anadeMunicipio(c.oDataModule->TMunicipiSinFiltro, {"45168", "TOLEDO", "45", "45001", false});
+  situa(c.oDataModule, "AZUCAICA");
+  EXPECT_EQ(c.oDataModule->TMunicipiccNOMBRE_COMPLETO->AsString(), "AZUCAICA --> [TOLEDO]");
+  EXPECT_EQ(c.oDataModule->TMunicipiccENT_MAYOR->AsString(), "TOLEDO");
+  situa(c.oDataModule, "BERCIAL (EL)");
+  EXPECT_EQ(c.oDataModule->TMunicipiccNOMBRE_COMPLETO->AsString(), "BERCIAL (EL) --> [TOLEDO]");
+  EXPECT_EQ(c.oDataModule->TMunicipiccENT_MAYOR->AsString(), "TOLEDO");
 }
 
 TEST_F(ModuloDatosTest, ProvinceCodeIsComparedAsAnInteger) {
@@ -96,6 +103,31 @@ TEST_F(ModuloDatosTest, StreetTableOpensOnPostalDbfByStreetWithoutDefaultCode) {
   EXPECT_EQ(c.oDataModule->TPostal->TableName(), "POSTAL.DBF");
   EXPECT_EQ(c.oDataModule->TPostal->IndexName(), "VIA");
   EXPECT_EQ(nombres(c.oDataModule->TPostal, "VIA"), (QStringList{"DIAGONAL", "MAYOR", "TOLEDO"}));
+}
+
+TEST_F(ModuloDatosTest, StreetTableOpensAgainOnTheFileOfTheProvinceItsTagNames) {
+  TClaseCodPostales c(nullptr, alias(), true, "");
+  c.ActualizaTablaPostal("28079");
+  ASSERT_EQ(c.oDataModule->TPostal->Tag, 28);
+  c.CierraTablas();
+  c.AbreTablas();  // tag 28 gives "28000"
+  ASSERT_TRUE(c.oDataModule->TPostal->Active());
+  EXPECT_EQ(c.oDataModule->TPostal->TableName(), "POSTAL28.DBF");
+  EXPECT_EQ(c.oDataModule->TPostal->Tag, 28);
+  EXPECT_EQ(nombres(c.oDataModule->TPostal, "VIA"), (QStringList{"ALCALA", "CASTELLANA", "MADRID", "MAYOR", "TOLEDO"}));
+}
+
+TEST_F(ModuloDatosTest, TagOfAOneDigitProvinceGivesTheCodeWithTheZeroLost) {
+  // Tag 8 gives "80000": the file of "80", not of "08".
+  std::filesystem::copy_file(dir.file("Postales/POSTAL08.DBF"), dir.file("Postales/POSTAL80.DBF"));
+  TClaseCodPostales c(nullptr, alias(), true, "");
+  c.ActualizaTablaPostal("08019");
+  ASSERT_EQ(c.oDataModule->TPostal->Tag, 8);
+  c.CierraTablas();
+  c.AbreTablas();
+  ASSERT_TRUE(c.oDataModule->TPostal->Active());
+  EXPECT_EQ(c.oDataModule->TPostal->TableName(), "POSTAL80.DBF");
+  EXPECT_EQ(c.oDataModule->TPostal->Tag, 80);
 }
 
 TEST_F(ModuloDatosTest, StreetTableOpensOnTheDefaultCodesProvinceFile) {

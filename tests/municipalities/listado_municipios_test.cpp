@@ -255,6 +255,9 @@ TEST_F(ListadoTest, EscapeReturnsFalseAndChangesNoVariable) {
   });
   EXPECT_FALSE(elegido);
   EXPECT_EQ(ine, "ine");
+  EXPECT_EQ(cp, "cp");
   EXPECT_EQ(municipio, "GETAFE");
+  EXPECT_EQ(provincia, "MADRID");
+  EXPECT_EQ(codProvincia, "prov");
   EXPECT_EQ(codMunicipio, "mun");
 }

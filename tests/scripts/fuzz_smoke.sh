@@ -58,9 +58,11 @@ for target in "${targets[@]}"; do
   mkdir -p "$corpus" "$artifacts"
   # New inputs go to a scratch corpus, never into the source tree.
   [[ -d "$seeds" ]] && cp -r "$seeds"/. "$corpus"/
+  dict=()
+  [[ -f "$SOURCE_DIR/fuzz/$target.dict" ]] && dict=(-dict="$SOURCE_DIR/fuzz/$target.dict")
   log="$FUZZ_BUILD/$target.log"
   echo "== $target: ${SECONDS_PER_TARGET}s from $(ls "$corpus" | wc -l) seeds"
-  if "$FUZZ_BUILD/$target" -max_total_time="$SECONDS_PER_TARGET" -timeout=10 -rss_limit_mb=2048 \
+  if "$FUZZ_BUILD/$target" "${dict[@]}" -max_total_time="$SECONDS_PER_TARGET" -timeout=10 -rss_limit_mb=2048 \
        -print_final_stats=1 -artifact_prefix="$artifacts/" "$corpus" >"$log" 2>&1; then
     runs=$(grep -o 'stat::number_of_executed_units: *[0-9]*' "$log" | grep -o '[0-9]*$' || echo "?")
     echo "PASS: $target ($runs runs)"

@@ -56,6 +56,14 @@ for h in lookup/ClaseCodPostales.h lookup/CodPostalesDM.h lookup/SugerenciasLoca
   dbase/TTable.h dbase/TDataSource.h dbase/core/error.h services/Ruttb.h services/Rnumcad.h package/Paquete.h; do
   check "cabecera $h" has "include/codpostales/$h"
 done
+# The host creates and frees controllers by these names: the library exports
+# both creating forms and the freeing one.
+simbolos=$(nm -DC --defined-only "$prefix/lib/libcodpostales.so" 2>/dev/null)
+exporta() { grep -qF " T $1" <<<"$simbolos"; }
+check "exporta CreateClassCodPostal sin controles" \
+  exporta "CreateClassCodPostal(QObject*, QString const&, bool, QString const&)"
+check "exporta CreateClassCodPostal con controles" exporta "CreateClassCodPostal(QObject*, QString const&, bool, QWidget*, "
+check "exporta DestroyClassCodPostal" exporta "DestroyClassCodPostal(TClaseCodPostales*)"
 check "CodPostalesConfig.cmake" has lib/cmake/CodPostales/CodPostalesConfig.cmake
 check "CodPostalesConfigVersion.cmake" has lib/cmake/CodPostales/CodPostalesConfigVersion.cmake
 check "codpostales.pc" has lib/pkgconfig/codpostales.pc
@@ -75,6 +83,8 @@ cat "$tmp/anfitrion.err" >&2
 echo "$out"
 check "el anfitrión sale con 0" [ "$status" -eq 0 ]
 check "el anfitrión halla MADRID, 28079" grep -qx "COD_INE 28079" <<<"$out"
+check "el anfitrión crea una ficha con CreateClassCodPostal" \
+  grep -qx "ficha: MADRID \\[28\\] | GETAFE | 28065 | 28901" <<<"$out"
 check "el anfitrión ve las unidades" \
   grep -qx "paquete codpostales [0-9.]*: CodPostalesDM ClaseCodPostales ListadoMunicipios ImportarVias" <<<"$out"
 check "Finalize cierra tras Initialize" grep -qx "ClaseCodPostales: arranques 1, cierres 1, cargas 0" <<<"$out"

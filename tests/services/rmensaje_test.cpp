@@ -8,6 +8,8 @@
 #include <QMessageBox>
 #include <QPointer>
 #include <QTest>
+#include <QThread>
+#include <QElapsedTimer>
 #include <QTimer>
 #include <QWidget>
 
@@ -243,6 +245,7 @@ class CuentaPintados : public QObject {
 
 TEST(Rmensaje, WaitWindowRepaintsAtOnceWhenTheTextChanges) {
   PresentadorMensajesQt qt;
+  qt.setIntervaloPintura(0);  // every change painted
   PresentadorMensajesTemporal usa(&qt);
   TVentanaEspera* espera = MuestraMensaje("Paso 1", nullptr);
   ASSERT_NE(espera, nullptr);
@@ -252,8 +255,63 @@ TEST(Rmensaje, WaitWindowRepaintsAtOnceWhenTheTextChanges) {
   espera->etiqueta()->installEventFilter(&cuenta);
   // No return to the event loop in between, as in the host's long loops.
   for (int i = 2; i <= 4; ++i) CambiaMensaje("Paso " + QString::number(i), espera);
-  EXPECT_GE(cuenta.pintados, 1);
+  EXPECT_GE(cuenta.pintados, 3);
   EXPECT_EQ(espera->texto(), "Paso 4");
+  CierraMensaje(espera);
+}
+
+TEST(Rmensaje, WaitWindowPaintsAtMostOncePerIntervalHoweverOftenItsTextChanges) {
+  PresentadorMensajesQt qt;
+  ASSERT_EQ(qt.intervaloPintura(), 250);
+  PresentadorMensajesTemporal usa(&qt);
+  TVentanaEspera* espera = MuestraMensaje("Importando las calles de BURGOS", nullptr);
+  ASSERT_NE(espera, nullptr);
+  ASSERT_TRUE(QTest::qWaitForWindowExposed(espera));
+  QTest::qWait(300);
+
+  CuentaPintados cuenta;
+  espera->etiqueta()->installEventFilter(&cuenta);
+  // A street at a time, without a return to the event loop: the first change
+  // is painted at once, the others within the interval only take the text.
+  QElapsedTimer reloj;
+  reloj.start();
+  for (int i = 1; i <= 200; ++i)
+    CambiaMensaje(QStringLiteral("Importando las calles... %1 de 200 de BURGOS").arg(i), espera);
+  ASSERT_LT(reloj.elapsed(), 250) << "too slow a machine to tell";
+  EXPECT_EQ(cuenta.pintados, 1);
+  EXPECT_EQ(espera->texto(), "Importando las calles... 200 de 200 de BURGOS") << "every text is taken";
+
+  // Once the interval has passed the next change is painted at once, still
+  // without the event loop.
+  QThread::msleep(300);
+  CambiaMensaje("Importando las calles de BURGOS", espera);
+  EXPECT_EQ(cuenta.pintados, 2);
+  CierraMensaje(espera);
+}
+
+TEST(Rmensaje, WaitWindowOpenedWithinTheIntervalShowsWhenItEndsOrNeverIfClosedBefore) {
+  PresentadorMensajesQt qt;
+  PresentadorMensajesTemporal usa(&qt);
+  TVentanaEspera* primera = MuestraMensaje("Importando las calles de ABAJAS", nullptr);
+  ASSERT_NE(primera, nullptr);
+  EXPECT_TRUE(primera->isVisible()) << "the first one at once";
+  CierraMensaje(primera);
+
+  // One per municipality, each closed at once: none is shown.
+  int vistas = 0;
+  for (int i = 0; i < 50; ++i) {
+    TVentanaEspera* v = MuestraMensaje(QStringLiteral("Importando las calles de %1").arg(i), nullptr);
+    vistas += v->isVisible();
+    CierraMensaje(v);
+  }
+  EXPECT_EQ(vistas, 0);
+
+  // One that stays: shown when the interval ends, the events running (as
+  // they do while a fetch waits).
+  TVentanaEspera* espera = MuestraMensaje("Importando el listado de provincias", nullptr);
+  QPointer<TVentanaEspera> vigilada(espera);
+  EXPECT_TRUE(QTest::qWaitFor([&] { return vigilada && vigilada->isVisible(); }, 1000));
+  EXPECT_EQ(espera->texto(), "Importando el listado de provincias");
   CierraMensaje(espera);
 }
 
