@@ -18,6 +18,7 @@
 #include <random>
 #include <set>
 #include <sstream>
+#include <thread>
 
 #include "dbase/core/cursor.h"
 #include "dbase/core/dbf_file.h"
@@ -79,15 +80,17 @@ std::string limpio(const DbfFile& f, int campo, uint32_t recno) {
 
 void escribeInforme(const std::string& ruta, const std::string& texto) { std::ofstream(ruta) << texto; }
 
-// A writer: its rows in batches of 1 to 20 (a third of them single rows).
-int escritor(const std::string& tabla, int w, uint64_t semilla, const std::string& informe) {
+// A writer: rows desde..hasta-1 in batches of 1 to 20 (a third of them
+// single rows); a byte to `avance` after each write when it is given.
+int escritor(const std::string& tabla, int w, uint64_t semilla, const std::string& informe, int desde = 0,
+             int hasta = kFilasPorEscritor, int avance = -1) {
   try {
-    std::mt19937_64 azar(semilla + uint64_t(w));
+    std::mt19937_64 azar(semilla + uint64_t(w) + uint64_t(desde));
     auto f = DbfFile::open(tabla);
-    MdxTags::of(*f);
+    MdxTags& indice = MdxTags::of(*f);
     int escrituras = 0;
-    for (int n = 0; n < kFilasPorEscritor;) {
-      const int lote = azar() % 3 == 0 ? 1 : std::min(kFilasPorEscritor - n, int(2 + azar() % 19));
+    for (int n = desde; n < hasta;) {
+      const int lote = azar() % 3 == 0 ? 1 : std::min(hasta - n, int(2 + azar() % 19));
       if (lote == 1) {
         f->append(fila(*f, w, n));
       } else {
@@ -97,8 +100,10 @@ int escritor(const std::string& tabla, int w, uint64_t semilla, const std::strin
       }
       n += lote;
       ++escrituras;
+      if (avance >= 0) (void)!::write(avance, "x", 1);
     }
-    escribeInforme(informe, std::to_string(escrituras) + " escrituras");
+    escribeInforme(informe, std::to_string(escrituras) + " escrituras, índice rehecho tras un corte " +
+                                std::to_string(indice.warnings().size()) + " veces");
     return 0;
   } catch (const std::exception& e) {
     escribeInforme(informe, std::string("escritor ") + escritorDe(w) + ": " + e.what());
@@ -204,6 +209,42 @@ std::string diferencia(const Recorrido& a, const Recorrido& b) {
   return {};
 }
 
+// Every tag of dir/NAME.MDX, walked by the engine and by Perl alike, holds
+// each of the table's rows exactly once, as the index written whole from the
+// rows on a copy does. Returns how many tags were walked.
+size_t compruebaEtiquetas(const TempDir& dir, const std::string& nombre, uint32_t filas) {
+  const std::string mdx = dir.file(nombre + ".MDX");
+  const auto nuestros = recorridosDelMotor(mdx);
+  EXPECT_EQ(nuestros.size(), kEtiquetas.size());
+  for (const auto& [etiqueta, recorrido] : nuestros) {
+    const std::string fallo = faltaOSobra(recorrido, filas);
+    EXPECT_TRUE(fallo.empty()) << "índice " << etiqueta << ": " << fallo;
+  }
+  std::string error;
+  const auto perl = recorridosConPerl(mdx, error);
+  EXPECT_TRUE(error.empty()) << error;
+  for (const auto& [etiqueta, recorrido] : nuestros) {
+    const auto it = perl.find(etiqueta);
+    const std::string d = it == perl.end() ? "Perl no lo tiene" : diferencia(it->second, recorrido);
+    EXPECT_TRUE(d.empty()) << "índice " << etiqueta << ", Perl / motor: " << d;
+  }
+  // Written whole from the rows, the index holds what the writes left.
+  TempDir otra;
+  fs::copy_file(dir.file(nombre + ".DBF"), otra.file(nombre + ".DBF"));
+  fs::copy_file(mdx, otra.file(nombre + ".MDX"));
+  {
+    auto copia = DbfFile::open(otra.file(nombre + ".DBF"));
+    rebuildProductionIndex(*copia, productionTags(*copia));
+  }
+  const auto reindexado = recorridosDelMotor(otra.file(nombre + ".MDX"));
+  for (const auto& [etiqueta, recorrido] : reindexado) {
+    const auto it = nuestros.find(etiqueta);
+    const std::string d = it == nuestros.end() ? "falta" : diferencia(recorrido, it->second);
+    EXPECT_TRUE(d.empty()) << "índice " << etiqueta << ", reindexado / mantenido: " << d;
+  }
+  return nuestros.size();
+}
+
 }  // namespace
 
 TEST(EscritoresConcurrentes, FourWritersAndTwoReadersLeaveEveryRowOnceInEveryTag) {
@@ -286,35 +327,114 @@ TEST(EscritoresConcurrentes, FourWritersAndTwoReadersLeaveEveryRowOnceInEveryTag
         }
   }
 
-  const auto nuestros = recorridosDelMotor(mdx);
-  ASSERT_EQ(nuestros.size(), kEtiquetas.size());
-  for (const auto& [etiqueta, recorrido] : nuestros) {
-    const std::string fallo = faltaOSobra(recorrido, total);
-    EXPECT_TRUE(fallo.empty()) << "índice " << etiqueta << ": " << fallo;
-  }
-  std::string error;
-  const auto perl = recorridosConPerl(mdx, error);
-  ASSERT_TRUE(error.empty()) << error;
-  for (const auto& [etiqueta, recorrido] : nuestros) {
-    const auto it = perl.find(etiqueta);
-    const std::string d = it == perl.end() ? "Perl no lo tiene" : diferencia(it->second, recorrido);
-    EXPECT_TRUE(d.empty()) << "índice " << etiqueta << ", Perl / motor: " << d;
-  }
-  // Written whole from the rows, the index holds what the writes left.
-  fs::copy_file(tabla, dir.file("COPIA.DBF"));
-  fs::copy_file(mdx, dir.file("COPIA.MDX"));
-  {
-    auto copia = DbfFile::open(dir.file("COPIA.DBF"));
-    rebuildProductionIndex(*copia, productionTags(*copia));
-  }
-  const auto reindexado = recorridosDelMotor(dir.file("COPIA.MDX"));
-  for (const auto& [etiqueta, recorrido] : reindexado) {
-    const auto it = nuestros.find(etiqueta);
-    const std::string d = it == nuestros.end() ? "falta" : diferencia(recorrido, it->second);
-    EXPECT_TRUE(d.empty()) << "índice " << etiqueta << ", reindexado / mantenido: " << d;
-  }
+  const size_t etiquetas = compruebaEtiquetas(dir, "CONCUR", total);
   const double segundos = std::chrono::duration<double>(std::chrono::steady_clock::now() - inicio).count();
   std::printf("%u filas de %d escritores en %.1f s; %zu índices recorridos por el motor y por Perl; %.1f s todo\n",
-              total, kEscritores, segundosEscritura, nuestros.size(), segundos);
+              total, kEscritores, segundosEscritura, etiquetas, segundos);
+  DbfFile::setCacheLimit(limiteCache);
+}
+
+// Writers killed while others write: two writers append 5,000 rows each
+// while a third, started again after each death, is killed with SIGKILL at
+// random moments, cut between its rows and the index or in the middle of
+// writing the index. The others mend the index as they go on (a write finds
+// the mark of the cut one); at the end the table opens, every row there is
+// whole, the steady writers' rows are each there once, the killed writer's
+// at most once, and every tag holds every row exactly once.
+TEST(EscritoresConcurrentes, WritersKilledAmongOthersLeaveEveryTagHoldingEveryRowOnce) {
+  const char* dada = std::getenv("CODPOSTALES_SEMILLA");
+  const uint64_t semilla = dada ? std::strtoull(dada, nullptr, 10) : std::random_device{}();
+  std::printf("semilla %llu (CODPOSTALES_SEMILLA=%llu la repite)\n", static_cast<unsigned long long>(semilla),
+              static_cast<unsigned long long>(semilla));
+  RecordProperty("semilla", std::to_string(semilla));
+  std::mt19937_64 azar(semilla);
+  constexpr int kConstantes = 2, kFilasConstantes = 5000, kMuertes = 16;
+  constexpr int kVictima = kConstantes;  // the killed writer's letter follows the steady ones'
+
+  TempDir dir;
+  const std::string tabla = dir.file("CONCUR.DBF");
+  const uint64_t limiteCache = DbfFile::cacheLimit();
+  DbfFile::setCacheLimit(0);
+  createTableWithTags(tabla,
+                      {charField("ESCRITOR", 1), numField("NUMERO", 6), charField("NOMBRE", 20), charField("CODIGO", 8)},
+                      0x14, kEtiquetas);
+  std::fflush(stdout);
+  const auto inicio = std::chrono::steady_clock::now();
+
+  std::vector<pid_t> constantes;
+  for (int w = 0; w < kConstantes; ++w) {
+    const pid_t p = fork();
+    if (p == 0) _exit(escritor(tabla, w, semilla, dir.file("escritor" + std::to_string(w)), 0, kFilasConstantes));
+    constantes.push_back(p);
+  }
+  int muertes = 0, conMarca = 0;
+  for (int vida = 0; vida < kMuertes; ++vida) {
+    // Each life writes its own numbers, so that a row tells which life wrote
+    // it. It dies after a few writes of its own, a random moment later.
+    int avance[2];
+    ASSERT_EQ(pipe(avance), 0);
+    const pid_t p = fork();
+    if (p == 0) {
+      ::close(avance[0]);
+      _exit(escritor(tabla, kVictima, semilla, dir.file("victima"), vida * 50000, vida * 50000 + 40000, avance[1]));
+    }
+    ::close(avance[1]);
+    char byte;
+    for (int escritas = 1 + int(azar() % 20); escritas > 0 && ::read(avance[0], &byte, 1) == 1; --escritas) {
+    }
+    const auto hasta = std::chrono::steady_clock::now() + std::chrono::microseconds(azar() % 3000);
+    while (std::chrono::steady_clock::now() < hasta) {
+    }
+    muertes += ::kill(p, SIGKILL) == 0;
+    int estado = 0;
+    waitpid(p, &estado, 0);
+    ::close(avance[0]);
+    conMarca += fs::exists(MdxTags::markFor(dir.file("CONCUR.MDX")));
+    EXPECT_TRUE(WIFSIGNALED(estado)) << "the killed writer ended by itself: " << readFile(dir.file("victima"));
+    // The steady writers meet what the death left before the next life does.
+    std::this_thread::sleep_for(std::chrono::milliseconds(20 + azar() % 80));
+  }
+  for (size_t w = 0; w < constantes.size(); ++w) {
+    int estado = 0;
+    waitpid(constantes[w], &estado, 0);
+    const std::string informe = readFile(dir.file("escritor" + std::to_string(w)));
+    EXPECT_TRUE(WIFEXITED(estado) && WEXITSTATUS(estado) == 0) << informe;
+    std::printf("escritor %s: %s\n", escritorDe(int(w)).c_str(), informe.c_str());
+  }
+  const double segundosEscritura = std::chrono::duration<double>(std::chrono::steady_clock::now() - inicio).count();
+
+  // The last death may have left the mark: the opening mends the index then.
+  const bool marca = fs::exists(MdxTags::markFor(dir.file("CONCUR.MDX")));
+  uint32_t filas = 0;
+  int deLaVictima = 0;
+  {
+    auto f = DbfFile::open(tabla);
+    MdxTags& indice = MdxTags::of(*f);
+    EXPECT_EQ(indice.warnings().size(), marca ? 1u : 0u);
+    filas = f->recordCount();
+    std::set<std::pair<int, int>> vistas;
+    int malas = 0;
+    for (uint32_t r = 1; r <= filas && malas < 5; ++r) {
+      auto texto = [&](const char* campo) { return limpio(*f, f->fieldIndex(campo), r); };
+      const std::string w = texto("ESCRITOR");
+      const int n = std::stoi("0" + texto("NUMERO"));
+      const int wi = w.size() == 1 ? w[0] - 'A' : -1;
+      const bool constante = wi >= 0 && wi < kConstantes && n < kFilasConstantes;
+      const bool victima = wi == kVictima && n % 50000 < 40000;
+      if ((!constante && !victima) || texto("NOMBRE") != nombreDe(wi, n) || texto("CODIGO") != codigoDe(wi, n)) {
+        ADD_FAILURE() << "el registro " << r << " no es una fila escrita: " << w << " " << n;
+        ++malas;
+        continue;
+      }
+      if (!vistas.insert({wi, n}).second) ADD_FAILURE() << "la fila " << w << " " << n << " está dos veces";
+      deLaVictima += victima;
+    }
+    EXPECT_EQ(filas - uint32_t(deLaVictima), uint32_t(kConstantes * kFilasConstantes));
+  }
+  EXPECT_FALSE(fs::exists(MdxTags::markFor(dir.file("CONCUR.MDX"))));
+  const size_t etiquetas = compruebaEtiquetas(dir, "CONCUR", filas);
+  std::printf("%d muertes, %d con la marca de una escritura cortada; %u filas (%d del escritor matado) en %.1f s; "
+              "%zu índices; marca al final: %s\n",
+              muertes, conMarca, filas, deLaVictima, segundosEscritura, etiquetas, marca ? "sí" : "no");
   DbfFile::setCacheLimit(limiteCache);
 }

@@ -281,6 +281,9 @@ TEST_F(IndexUpkeep, WriteCutByAnotherProgramIsMendedByTheNextWriteOfAProgramAlre
   waitpid(child, nullptr, 0);
   file->append(row("41", "Sevilla", "680000"));
   EXPECT_EQ(file->recordCount(), 5u);
+  const auto& warnings = MdxTags::of(*file).warnings();
+  ASSERT_EQ(warnings.size(), 1u);
+  EXPECT_NE(warnings[0].find("se ha rehecho"), std::string::npos) << warnings[0];
   expectIndexAsRebuilt();
   EXPECT_EQ(walkAll(dir.file("MUNI.MDX")).at("NOMBRE").size(), 5u);
 }
