@@ -88,22 +88,32 @@ int escritor(const std::string& tabla, int w, uint64_t semilla, const std::strin
     std::mt19937_64 azar(semilla + uint64_t(w) + uint64_t(desde));
     auto f = DbfFile::open(tabla);
     MdxTags& indice = MdxTags::of(*f);
-    int escrituras = 0;
+    int escrituras = 0, rechazadas = 0;
     for (int n = desde; n < hasta;) {
       const int lote = azar() % 3 == 0 ? 1 : std::min(hasta - n, int(2 + azar() % 19));
-      if (lote == 1) {
-        f->append(fila(*f, w, n));
-      } else {
-        std::string filas;
-        for (int i = 0; i < lote; ++i) filas += fila(*f, w, n + i);
-        f->appendMany(filas);
+      std::string filas;
+      for (int i = 0; i < lote; ++i) filas += fila(*f, w, n + i);
+      // Three others appending without pause may hold the locks past the
+      // wait allowed: the write is refused whole, and tried again as the
+      // message asks; the rows must then be there once.
+      for (;;) {
+        try {
+          if (lote == 1)
+            f->append(filas);
+          else
+            f->appendMany(filas);
+          break;
+        } catch (const Error& e) {
+          if (e.kind() != ErrorKind::Io || ++rechazadas > 20) throw;
+        }
       }
       n += lote;
       ++escrituras;
       if (avance >= 0) (void)!::write(avance, "x", 1);
     }
-    escribeInforme(informe, std::to_string(escrituras) + " escrituras, índice rehecho tras un corte " +
-                                std::to_string(indice.warnings().size()) + " veces");
+    escribeInforme(informe, std::to_string(escrituras) + " escrituras (" + std::to_string(rechazadas) +
+                                " rechazadas por esperar demasiado a los bloqueos y repetidas), índice rehecho tras "
+                                "un corte " + std::to_string(indice.warnings().size()) + " veces");
     return 0;
   } catch (const std::exception& e) {
     escribeInforme(informe, std::string("escritor ") + escritorDe(w) + ": " + e.what());
