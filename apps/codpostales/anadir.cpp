@@ -6,10 +6,7 @@
 #include <vector>
 
 #include "cli.h"
-#include "dbase/core/codepage.h"
 #include "dbase/core/dbf_file.h"
-#include "dbase/core/error.h"
-#include "dbase/core/field_value.h"
 
 namespace cli {
 
@@ -29,28 +26,6 @@ std::string leeEntrada() {
                                const std::string& fallo) {
   throw ErrorDeUso(tabla.name() + ": línea " + std::to_string(linea) + (campo.empty() ? "" : ", campo " + campo) +
                    ": " + fallo);
-}
-
-void codificaValor(const dbase::DbfFile& tabla, const dbase::FieldDescriptor& f, char* registro,
-                   const std::string& valor, size_t linea) {
-  if (f.type == dbase::FieldType::Character) {
-    // Checked here rather than left to the writer, which would cut a long text.
-    std::string bytes;
-    try {
-      bytes = tabla.codePage().encode(valor);
-    } catch (const dbase::Error& e) {
-      filaNoValida(tabla, linea, f.name, e.fault());
-    }
-    const size_t usados = dbase::trimRight(bytes).size();
-    if (usados > f.length)
-      filaNoValida(tabla, linea, f.name,
-                   "el texto ocupa " + std::to_string(usados) + " posiciones y el campo " + std::to_string(f.length));
-  }
-  try {
-    dbase::setFieldText(f, registro, valor, tabla.codePage(), tabla.name());
-  } catch (const dbase::Error& e) {
-    filaNoValida(tabla, linea, f.name, e.fault());
-  }
 }
 
 }  // namespace
@@ -97,7 +72,8 @@ int anadir(const std::vector<std::string>& args) {
                        std::to_string(columnas.size()) + " columnas");
     std::string registro = tabla->blankRecord();
     for (size_t c = 0; c < columnas.size(); ++c)
-      codificaValor(*tabla, tabla->fields()[size_t(columnas[c])], registro.data(), fila.valores[c], fila.linea);
+      codificaValor(*tabla, tabla->fields()[size_t(columnas[c])], registro.data(), fila.valores[c],
+                    "línea " + std::to_string(fila.linea));
     registros += registro;
   }
 

@@ -12,6 +12,7 @@
 
 namespace dbase {
 class DbfFile;
+struct FieldDescriptor;
 }
 
 namespace cli {
@@ -30,6 +31,8 @@ class ErrorDeUso : public std::runtime_error {
 // faults are thrown (ErrorDeUso, dbase::Error) and reported by main.
 int tabla(const std::vector<std::string>& args);
 int anadir(const std::vector<std::string>& args);
+// Rewrites fields of one row of a table in place.
+int editar(const std::vector<std::string>& args);
 // Writes a table's production index whole (the tags it had, or those given).
 int reindexar(const std::vector<std::string>& args);
 // The searches of the address controller over an alias or folder: exit 1
@@ -92,6 +95,13 @@ std::vector<FilaCsv> leeCsv(std::string_view texto);
 // Opens the table at `ruta` (case-insensitive, as the engine does); a path
 // that names no file is reported as such before the engine is asked.
 std::shared_ptr<dbase::DbfFile> abreTabla(const std::string& ruta);
+
+// Puts a value given as UTF-8 text into field f of a record, as anadir and
+// editar take it: a text longer than the field (a character field is not
+// cut) or a value the field cannot hold is an ErrorDeUso saying
+// "TABLE: DONDE, campo NAME: why".
+void codificaValor(const dbase::DbfFile& tabla, const dbase::FieldDescriptor& f, char* registro,
+                   const std::string& valor, const std::string& donde);
 
 // Writes bytes to standard output; a failed write is an ErrorDeUso.
 void escribe(const std::string& bytes);

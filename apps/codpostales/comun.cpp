@@ -1,7 +1,10 @@
 #include <cstdio>
 
 #include "cli.h"
+#include "dbase/core/codepage.h"
 #include "dbase/core/dbf_file.h"
+#include "dbase/core/error.h"
+#include "dbase/core/field_value.h"
 #include "dbase/core/mdx_tags.h"
 #include "dbase/core/path.h"
 
@@ -129,6 +132,30 @@ std::vector<FilaCsv> leeCsv(std::string_view texto) {
     if (!blanca) filas.push_back(std::move(fila));
   }
   return filas;
+}
+
+void codificaValor(const dbase::DbfFile& tabla, const dbase::FieldDescriptor& f, char* registro,
+                   const std::string& valor, const std::string& donde) {
+  auto noVale = [&](const std::string& fallo) {
+    return ErrorDeUso(tabla.name() + ": " + donde + ", campo " + f.name + ": " + fallo);
+  };
+  if (f.type == dbase::FieldType::Character) {
+    // Checked here rather than left to the writer, which would cut a long text.
+    std::string bytes;
+    try {
+      bytes = tabla.codePage().encode(valor);
+    } catch (const dbase::Error& e) {
+      throw noVale(e.fault());
+    }
+    const size_t usados = dbase::trimRight(bytes).size();
+    if (usados > f.length)
+      throw noVale("el texto ocupa " + std::to_string(usados) + " posiciones y el campo " + std::to_string(f.length));
+  }
+  try {
+    dbase::setFieldText(f, registro, valor, tabla.codePage(), tabla.name());
+  } catch (const dbase::Error& e) {
+    throw noVale(e.fault());
+  }
 }
 
 std::shared_ptr<dbase::DbfFile> abreTabla(const std::string& ruta) {

@@ -24,6 +24,7 @@ int ejecuta(const std::vector<std::string>& args) {
   const std::vector<std::string> resto(args.begin() + 1, args.end());
   if (args[0] == "tabla") return cli::tabla(resto);
   if (args[0] == "anadir" || args[0] == "añadir") return cli::anadir(resto);
+  if (args[0] == "editar") return cli::editar(resto);
   if (args[0] == "reindexar") return cli::reindexar(resto);
   if (args[0] == "municipio") return cli::municipio(resto);
   if (args[0] == "sugerir") return cli::sugerir(resto);

@@ -258,3 +258,32 @@ TEST_F(IndexUpkeep, WriteCutBetweenRowsAndIndexIsNoticedAndTheIndexWrittenAnew) 
   EXPECT_EQ(walkAll(dir.file("MUNI.MDX")).at("NOMBRE").size(), 4u);
   EXPECT_FALSE(fs::exists(MdxTags::markFor(dir.file("MUNI.MDX"))));
 }
+
+TEST_F(IndexUpkeep, WriteCutByAnotherProgramIsMendedByTheNextWriteOfAProgramAlreadyOpen) {
+  // This process has the table open with its index kept; another writer is
+  // killed after its row, leaving the mark and an index without the row.
+  const pid_t child = fork();
+  if (child == 0) {
+    std::string r = file->blankRecord();
+    setFieldText(file->field("PROVINCIA"), r.data(), "46", file->codePage(), file->name());
+    setFieldText(file->field("NOMBRE"), r.data(), "Valencia", file->codePage(), file->name());
+    const int mark = ::open(MdxTags::markFor(dir.file("MUNI.MDX")).c_str(), O_CREAT | O_WRONLY, 0644);
+    ::close(mark);
+    const int fd = ::open(dir.file("MUNI.DBF").c_str(), O_RDWR);
+    const off_t end = lseek(fd, 0, SEEK_END) - 1;
+    (void)!pwrite(fd, r.data(), r.size(), end);
+    const char eof = 0x1A;
+    (void)!pwrite(fd, &eof, 1, end + off_t(r.size()));
+    unsigned char count[4] = {4, 0, 0, 0};
+    (void)!pwrite(fd, count, 4, 4);
+    _exit(0);
+  }
+  waitpid(child, nullptr, 0);
+  file->append(row("41", "Sevilla", "680000"));
+  EXPECT_EQ(file->recordCount(), 5u);
+  const auto& warnings = MdxTags::of(*file).warnings();
+  ASSERT_EQ(warnings.size(), 1u);
+  EXPECT_NE(warnings[0].find("se ha rehecho"), std::string::npos) << warnings[0];
+  expectIndexAsRebuilt();
+  EXPECT_EQ(walkAll(dir.file("MUNI.MDX")).at("NOMBRE").size(), 5u);
+}

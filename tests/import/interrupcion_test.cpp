@@ -3,6 +3,10 @@
 // times over; after each kill the street table must open with the engine and
 // with python3-dbfread, and every row must be whole and right or absent.
 // Then the import runs to its end and each street is there exactly once.
+// The same again on a street table with a production index holding the
+// street tags: after each kill the engine opens it (writing the index anew
+// when a write was cut, and saying so), and every tag, walked by the engine
+// and by Perl's XBase::Index, holds every row there exactly once.
 //
 // CODPOSTALES_SEMILLA=N repeats a run; the seed is printed either way.
 #include <gtest/gtest.h>
@@ -14,11 +18,18 @@
 #include <QThread>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <map>
 #include <random>
 #include <set>
 
 #include "../services/qstring_print.h"
+#include "dbase/core/dbf_file.h"
+#include "dbase/core/mdx_build.h"
+#include "dbase/core/mdx_tags.h"
 #include "import/guarda_comun.h"
+#include "support/recorrido_mdx.h"
 #include "support/referencia.h"
 #include "support/temp_dir.h"
 
@@ -29,6 +40,7 @@ namespace {
 
 constexpr int kCalles = 4000;
 constexpr int kRondas = 6;
+constexpr int kRondasConIndice = 10;
 constexpr int kPrimerCodigo = 99000000;
 // Rows of the table before the import; the last one sets the first code.
 const std::vector<Row> kPrevias = {calleImportada("MAYOR", "CL", "28013", "MADRID", "28079", "98999997"),
@@ -139,69 +151,207 @@ class InterrupcionTest : public ::testing::Test {
     return nMotor;
   }
 
+  static uint64_t semilla() {
+    const char* dada = std::getenv("CODPOSTALES_SEMILLA");
+    const uint64_t s = dada ? std::strtoull(dada, nullptr, 10) : std::random_device{}();
+    std::printf("semilla %llu (CODPOSTALES_SEMILLA=%llu la repite)\n", static_cast<unsigned long long>(s),
+                static_cast<unsigned long long>(s));
+    RecordProperty("semilla", std::to_string(s));
+    return s;
+  }
+
+  // Runs the import `rondas` times, killing it with SIGKILL at a random
+  // moment; after each run `trasMatar` looks at what it left (before the
+  // rows are read) and the rows are checked. Returns the streets present
+  // after the last round.
+  int mataImportaciones(std::mt19937_64& azar, int rondas, const std::function<void()>& trasMatar) {
+    int presentes = 0;
+    for (int ronda = 1; ronda <= rondas; ++ronda) {
+      // The first round may die before any row is written; the others die
+      // while rows go in, a random stretch past what is there already.
+      const int quedan = kCalles - presentes;
+      const int objetivo =
+          ronda == 1 ? 0 : presentes + std::uniform_int_distribution<int>(1, std::max(1, quedan / 3))(azar);
+      const int filasObjetivo = int(kPrevias.size()) + objetivo;
+      const int retrasoUs = std::uniform_int_distribution<int>(0, ronda == 1 ? 300000 : 200)(azar);
+
+      QElapsedTimer reloj;
+      reloj.start();
+      QProcess proceso;
+      proceso.start(QString::fromStdString(rutaCodpostales()), argumentos());
+      if (!proceso.waitForStarted(10000)) {
+        ADD_FAILURE() << "codpostales no arranca";
+        return presentes;
+      }
+      while (proceso.state() == QProcess::Running &&
+             filasPorTamano(rutaCalles(), longitudCabecera, longitudRegistro) < filasObjetivo)
+        QThread::usleep(50);
+      const auto hasta = std::chrono::steady_clock::now() + std::chrono::microseconds(retrasoUs);
+      while (std::chrono::steady_clock::now() < hasta) {
+      }
+      const bool matado = proceso.state() == QProcess::Running && ::kill(pid_t(proceso.processId()), SIGKILL) == 0;
+      if (!proceso.waitForFinished(60000)) {
+        ADD_FAILURE() << "codpostales no termina";
+        return presentes;
+      }
+      const qint64 ms = reloj.elapsed();
+      if (matado) ++muertes;
+
+      if (trasMatar) trasMatar();
+      presentes = compruebaTabla();
+      const int enCabecera = ultimoDbfread;
+      std::printf("ronda %d: %s a los %lld ms (tras %d calles), calles presentes: motor %d, dbfread %d\n", ronda,
+                  matado ? "matado" : "terminó solo", static_cast<long long>(ms), objetivo, presentes, enCabecera);
+      RecordProperty("ronda" + std::to_string(ronda), std::to_string(presentes) + " motor, " +
+                                                          std::to_string(enCabecera) + " dbfread, " +
+                                                          std::to_string(ms) + " ms" + (matado ? "" : ", terminó solo"));
+      if (HasFailure()) return presentes;
+    }
+    return presentes;
+  }
+
+  // The same import to its end: only what is missing goes in.
+  void terminaImportacion(int presentes, const QElapsedTimer& total) {
+    QElapsedTimer reloj;
+    reloj.start();
+    const Ejecucion e = ejecutaImportar(argumentos().mid(1));
+    ASSERT_EQ(e.salida, 0) << e.err;
+    EXPECT_EQ(e.out, "importadas\n" + std::to_string(kCalles - presentes) + "\n");
+    const int alFinal = compruebaTabla();
+    EXPECT_EQ(alFinal, kCalles);
+    EXPECT_EQ(ultimoDbfread, kCalles);
+    EXPECT_EQ(leeTabla(rutaCalles()).size(), kPrevias.size() + kCalles);
+    std::printf("final: %d calles añadidas en %lld ms; %d calles en total; %d muertes; %lld ms todo\n",
+                kCalles - presentes, static_cast<long long>(reloj.elapsed()), alFinal, muertes,
+                static_cast<long long>(total.elapsed()));
+  }
+
   testsupport::TempDir dir;
   QList<std::pair<QString, QString>> calles;
   uint64_t longitudCabecera = 0, longitudRegistro = 0;
   int ultimoDbfread = 0;
+  int muertes = 0;
+};
+
+namespace fs = std::filesystem;
+using testsupport::Recorrido;
+
+// The street tags the address controller declares, as a production index.
+const std::vector<dbase::TagDefinition> kEtiquetas = {{"VIA", "PROVINCIA+CAPITAL+VIA+TIPO_VIA", "", false, false},
+                                                     {"MUNICIPI", "MUNICIPI", "", false, false},
+                                                     {"COD_INE", "COD_INE", "", false, false},
+                                                     {"SOLOVIA", "VIA", "", false, false}};
+
+// Where two walks of a tag first part; empty when they are alike.
+std::string diferencia(const Recorrido& a, const Recorrido& b) {
+  for (size_t i = 0; i < a.size() && i < b.size(); ++i)
+    if (a[i] != b[i]) return "entrada " + std::to_string(i + 1) + ": " + a[i] + " / " + b[i];
+  if (a.size() != b.size()) return std::to_string(a.size()) + " entradas / " + std::to_string(b.size());
+  return {};
+}
+
+class InterrupcionConIndiceTest : public InterrupcionTest {
+ protected:
+  void SetUp() override {
+    InterrupcionTest::SetUp();
+    // Every opening reads the disk: what the engine says on opening is what
+    // the killed run left, not what this process saw before.
+    limiteCache = dbase::DbfFile::cacheLimit();
+    dbase::DbfFile::setCacheLimit(0);
+    auto tabla = dbase::DbfFile::open(rutaCalles());
+    dbase::rebuildProductionIndex(*tabla, kEtiquetas);
+  }
+  void TearDown() override { dbase::DbfFile::setCacheLimit(limiteCache); }
+
+  std::string rutaIndice() const { return dir.file("POSTAL.MDX"); }
+
+  // What the index holds when written whole from the rows: a copy of the
+  // table reindexed elsewhere.
+  std::map<std::string, Recorrido> reindexado() const {
+    testsupport::TempDir otra;
+    fs::copy_file(rutaCalles(), otra.file("POSTAL.DBF"));
+    fs::copy_file(rutaIndice(), otra.file("POSTAL.MDX"));
+    {
+      auto copia = dbase::DbfFile::open(otra.file("POSTAL.DBF"));
+      dbase::rebuildProductionIndex(*copia, dbase::productionTags(*copia));
+    }
+    return testsupport::recorridosDelMotor(otra.file("POSTAL.MDX"));
+  }
+
+  // After a run: the engine opens the table, writing the index anew (and
+  // saying so) when the mark of a cut write is there; then every tag, walked
+  // by the engine and by Perl, holds every row exactly once, with the keys
+  // the rows give.
+  void compruebaIndice() {
+    const std::string marca = dbase::MdxTags::markFor(rutaIndice());
+    const bool habiaMarca = fs::exists(marca);
+    uint32_t filas = 0;
+    {
+      auto tabla = dbase::DbfFile::open(rutaCalles());
+      dbase::MdxTags& indice = dbase::MdxTags::of(*tabla);
+      EXPECT_TRUE(indice.present()) << indice.problem();
+      if (habiaMarca) {
+        ++reparaciones;
+        EXPECT_EQ(indice.warnings().size(), 1u);
+        for (const std::string& aviso : indice.warnings())
+          EXPECT_NE(aviso.find("se ha rehecho"), std::string::npos) << aviso;
+      } else {
+        for (const std::string& aviso : indice.warnings()) ADD_FAILURE() << "aviso sin marca: " << aviso;
+      }
+      filas = tabla->recordCount();
+    }
+    EXPECT_FALSE(fs::exists(marca));
+    const auto nuestros = testsupport::recorridosDelMotor(rutaIndice());
+    EXPECT_EQ(nuestros.size(), kEtiquetas.size());
+    for (const auto& [etiqueta, recorrido] : nuestros) {
+      const std::string fallo = testsupport::faltaOSobra(recorrido, filas);
+      EXPECT_TRUE(fallo.empty()) << "índice " << etiqueta << ": " << fallo;
+    }
+    std::string error;
+    const auto perl = testsupport::recorridosConPerl(rutaIndice(), error);
+    ASSERT_TRUE(error.empty()) << error;
+    EXPECT_EQ(perl.size(), nuestros.size());
+    for (const auto& [etiqueta, recorrido] : nuestros) {
+      const auto it = perl.find(etiqueta);
+      const std::string d = it == perl.end() ? "Perl no lo tiene" : diferencia(it->second, recorrido);
+      EXPECT_TRUE(d.empty()) << "índice " << etiqueta << ", Perl / motor: " << d;
+    }
+    const auto esperados = reindexado();
+    for (const auto& [etiqueta, recorrido] : esperados) {
+      const auto it = nuestros.find(etiqueta);
+      const std::string d = it == nuestros.end() ? "falta" : diferencia(recorrido, it->second);
+      EXPECT_TRUE(d.empty()) << "índice " << etiqueta << ", reindexado / mantenido: " << d;
+    }
+    ++comprobaciones;
+    entradas += filas * kEtiquetas.size();
+  }
+
+  uint64_t limiteCache = 0;
+  int reparaciones = 0, comprobaciones = 0;
+  uint64_t entradas = 0;
 };
 
 }  // namespace
 
+
 TEST_F(InterrupcionTest, KilledImportLeavesWholeRowsAndARerunStoresTheRestOnce) {
-  const char* dada = std::getenv("CODPOSTALES_SEMILLA");
-  const uint64_t semilla = dada ? std::strtoull(dada, nullptr, 10) : std::random_device{}();
-  std::printf("semilla %llu (CODPOSTALES_SEMILLA=%llu la repite)\n", static_cast<unsigned long long>(semilla),
-              static_cast<unsigned long long>(semilla));
-  RecordProperty("semilla", std::to_string(semilla));
-  std::mt19937_64 azar(semilla);
+  std::mt19937_64 azar(semilla());
   QElapsedTimer total;
   total.start();
+  const int presentes = mataImportaciones(azar, kRondas, nullptr);
+  if (HasFailure()) return;
+  terminaImportacion(presentes, total);
+}
 
-  int presentes = 0;
-  for (int ronda = 1; ronda <= kRondas; ++ronda) {
-    // The first round may die before any row is written; the others die
-    // while rows go in, a random stretch past what is there already.
-    const int quedan = kCalles - presentes;
-    const int objetivo =
-        ronda == 1 ? 0 : presentes + std::uniform_int_distribution<int>(1, std::max(1, quedan / 3))(azar);
-    const int filasObjetivo = int(kPrevias.size()) + objetivo;
-    const int retrasoUs = std::uniform_int_distribution<int>(0, ronda == 1 ? 300000 : 200)(azar);
-
-    QElapsedTimer reloj;
-    reloj.start();
-    QProcess proceso;
-    proceso.start(QString::fromStdString(rutaCodpostales()), argumentos());
-    ASSERT_TRUE(proceso.waitForStarted(10000));
-    while (proceso.state() == QProcess::Running &&
-           filasPorTamano(rutaCalles(), longitudCabecera, longitudRegistro) < filasObjetivo)
-      QThread::usleep(50);
-    const auto hasta = std::chrono::steady_clock::now() + std::chrono::microseconds(retrasoUs);
-    while (std::chrono::steady_clock::now() < hasta) {
-    }
-    const bool matado = proceso.state() == QProcess::Running && ::kill(pid_t(proceso.processId()), SIGKILL) == 0;
-    ASSERT_TRUE(proceso.waitForFinished(60000));
-    const qint64 ms = reloj.elapsed();
-
-    presentes = compruebaTabla();
-    const int enCabecera = ultimoDbfread;
-    std::printf("ronda %d: %s a los %lld ms (tras %d calles), calles presentes: motor %d, dbfread %d\n", ronda,
-                matado ? "matado" : "terminó solo", static_cast<long long>(ms), objetivo, presentes, enCabecera);
-    RecordProperty("ronda" + std::to_string(ronda), std::to_string(presentes) + " motor, " +
-                                                        std::to_string(enCabecera) + " dbfread, " + std::to_string(ms) +
-                                                        " ms" + (matado ? "" : ", terminó solo"));
-    if (HasFailure()) return;
-  }
-
-  // The same import to its end: only what is missing goes in.
-  QElapsedTimer reloj;
-  reloj.start();
-  const Ejecucion e = ejecutaImportar(argumentos().mid(1));
-  ASSERT_EQ(e.salida, 0) << e.err;
-  EXPECT_EQ(e.out, "importadas\n" + std::to_string(kCalles - presentes) + "\n");
-  const int alFinal = compruebaTabla();
-  EXPECT_EQ(alFinal, kCalles);
-  EXPECT_EQ(ultimoDbfread, kCalles);
-  EXPECT_EQ(leeTabla(rutaCalles()).size(), kPrevias.size() + kCalles);
-  std::printf("final: %d calles añadidas en %lld ms; %d calles en total; %lld ms todo\n", kCalles - presentes,
-              static_cast<long long>(reloj.elapsed()), alFinal, static_cast<long long>(total.elapsed()));
+TEST_F(InterrupcionConIndiceTest, KilledImportLeavesEveryStreetTagHoldingEveryRowOnce) {
+  std::mt19937_64 azar(semilla());
+  QElapsedTimer total;
+  total.start();
+  const int presentes = mataImportaciones(azar, kRondasConIndice, [this] { compruebaIndice(); });
+  if (HasFailure()) return;
+  terminaImportacion(presentes, total);
+  compruebaIndice();
+  std::printf("índice: %d comprobaciones, %d rehecho tras un corte, %llu entradas recorridas por el motor y por Perl\n",
+              comprobaciones, reparaciones, static_cast<unsigned long long>(entradas));
+  RecordProperty("reparaciones", reparaciones);
 }

@@ -1,10 +1,14 @@
 #include "dbase/core/mdx_tag.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <bit>
 #include <cstring>
 
 #include "dbase/core/collation.h"
+#include "dbase/core/dbase_locks.h"
 #include "dbase/core/dbf_file.h"
 #include "dbase/core/error.h"
 #include "dbase/core/field_value.h"
@@ -116,7 +120,33 @@ void MdxTag::load() {
   keyRef_.assign(size_t(count) + 1, kNoKey);
   std::string orderKey;
   if (mdx_) {
-    mdx_->walk(index_, [&](std::string_view key, uint32_t recno) {
+    // Another program may be changing the index in place: the tree is walked
+    // with the index file's lock shared (writers hold it alone), and from the
+    // file as it now is when it changed since it was read.
+    std::optional<IndexFileLock> lock;
+    if (const int fd = ::open(mdx_->path().c_str(), O_RDONLY | O_CLOEXEC); fd >= 0) {
+      try {
+        lock.emplace(fd, mdx_->name(), LockMode::Shared);
+      } catch (...) {
+        ::close(fd);
+        throw;
+      }
+      ::close(fd);
+    }
+    std::unique_ptr<MdxFile> now;
+    const MdxFile* from = mdx_;
+    size_t at = index_;
+    if (mdx_->changedOnDisk()) {
+      now = MdxFile::open(mdx_->path());
+      const int found = now->tagIndex(info_.name);
+      if (found < 0) {
+        from = nullptr;  // gone: the table's index is read again at the next look at the disk
+      } else {
+        from = now.get();
+        at = size_t(found);
+      }
+    }
+    if (from) from->walk(at, [&](std::string_view key, uint32_t recno) {
       // A key for a row past the table's end or held twice is the index
       // file's fault; a deleted row is one the view does not show.
       if (recno == 0 || recno > count || keyRef_[recno] != kNoKey || file_.isDeleted(recno)) return;

@@ -7,7 +7,9 @@
 // tags inverted), so the cursor's searches work on it as on any tag. Rows the
 // tag leaves out (a FOR condition, a unique tag's later duplicates) and
 // deleted rows are not in it. It loads again after another program changes
-// the index file; this process's own writes are placed in it row by row.
+// the index file; this process's own writes are placed in it row by row. A
+// load walks the tree with the index file's lock shared (writers hold it
+// alone), from the file as it is then.
 #pragma once
 
 #include <cstdint>
