@@ -146,7 +146,6 @@ void anadir(benchmark::State& state, std::string origen, size_t lote) {
   const std::string conTags = conIndice(origen, "POSTAL94.DBF");
   for (auto _ : state) {
     const std::string copia = bench::copiaEnTemporal(conTags, "POSTAL92.DBF");
-    bench::copiaEnTemporal(dbase::MdxTags::pathFor(conTags), "POSTAL92.MDX");
     auto f = DbfFile::open(copia);
     dbase::MdxTags::of(*f);
     std::string filas;

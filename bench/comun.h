@@ -42,7 +42,8 @@ const std::string& temporal(); // this run's temporary folder
 // province files one after the other, largest first. Made once per process;
 // named POSTAL00.DBF so that it gets the street tags.
 std::string callejeroDeFilas(size_t filas);
-// Copies a file into the temporary folder under `nombre` (overwriting).
+// Copies a file into the temporary folder under `nombre` (overwriting); a
+// table's production index goes with it.
 std::string copiaEnTemporal(const std::string& origen, const std::string& nombre);
 
 // The rows the append benchmarks take from the source table, the same for
