@@ -89,31 +89,11 @@ void buscar(benchmark::State& state, bool exacta) {
     for (int i : campos) v.push_back(dbase::fieldText(f->fields()[size_t(i)], f->record(r), f->codePage()));
     if (!exacta) {
       v.resize(3);  // province, capital, street (partial)
-      std::string& calle = v.back();
-      size_t chars = 1 + rng() % 8, at = 0;
-      while (at < calle.size() && chars > 0) {
-        ++at;
-        while (at < calle.size() && (static_cast<unsigned char>(calle[at]) & 0xC0) == 0x80) ++at;
-        --chars;
-      }
-      calle.resize(at);
+      bench::cortaCaracteres(v.back(), 1 + rng() % 8);
     }
     claves.push_back(std::move(v));
   }
-  std::vector<double> muestras;
-  muestras.reserve(size_t(state.max_iterations));
-  size_t i = 0, encontradas = 0;
-  for (auto _ : state) {
-    const auto& k = claves[i++ % claves.size()];
-    const auto t0 = bench::Reloj::now();
-    const bool ok = c.seek(k, exacta);
-    const auto t1 = bench::Reloj::now();
-    encontradas += ok;
-    muestras.push_back(bench::ns(t0, t1));
-  }
-  if (exacta && encontradas != i) state.SkipWithError("una búsqueda exacta de una clave de la tabla falló");
-  state.counters["filas"] = double(f->recordCount());
-  bench::ponPercentiles(state, muestras);
+  bench::mideBusquedas(state, c, claves, exacta);
 }
 
 // Every row in the VIA tag's order, the tag read from its index file first

@@ -15,6 +15,7 @@
 #include <random>
 #include <stdexcept>
 
+#include "dbase/core/cursor.h"
 #include "dbase/core/dbf_file.h"
 
 namespace fs = std::filesystem;
@@ -141,6 +142,34 @@ const std::string& temporal() {
     fs::create_directories(gTemporal);
   }
   return gTemporal;
+}
+
+void cortaCaracteres(std::string& texto, size_t chars) {
+  size_t at = 0;
+  while (at < texto.size() && chars > 0) {
+    ++at;
+    while (at < texto.size() && (static_cast<unsigned char>(texto[at]) & 0xC0) == 0x80) ++at;
+    --chars;
+  }
+  texto.resize(at);
+}
+
+void mideBusquedas(benchmark::State& state, dbase::Cursor& cursor,
+                   const std::vector<std::vector<std::string>>& claves, bool exacta) {
+  std::vector<double> muestras;
+  muestras.reserve(size_t(state.max_iterations));
+  size_t i = 0, encontradas = 0;
+  for (auto _ : state) {
+    const auto& k = claves[i++ % claves.size()];
+    const auto t0 = Reloj::now();
+    const bool ok = cursor.seek(k, exacta);
+    const auto t1 = Reloj::now();
+    encontradas += ok;
+    muestras.push_back(ns(t0, t1));
+  }
+  if (exacta && encontradas != i) state.SkipWithError("una búsqueda exacta de una clave de la tabla falló");
+  state.counters["filas"] = double(cursor.file().recordCount());
+  ponPercentiles(state, muestras);
 }
 
 std::string copiaEnTemporal(const std::string& origen, const std::string& nombre) {

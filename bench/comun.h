@@ -19,6 +19,7 @@
 #include <vector>
 
 namespace dbase {
+class Cursor;
 class DbfFile;
 }
 
@@ -57,6 +58,15 @@ using Reloj = std::chrono::steady_clock;
 inline double ns(Reloj::time_point a, Reloj::time_point b) {
   return std::chrono::duration<double, std::nano>(b - a).count();
 }
+
+// Cuts a UTF-8 text after its first `chars` characters.
+void cortaCaracteres(std::string& texto, size_t chars);
+
+// One timed Cursor::seek per iteration, on the keys in turn; the latencies
+// as counters (below). An exact search of a key taken from the table that
+// finds nothing fails the benchmark.
+void mideBusquedas(benchmark::State& state, dbase::Cursor& cursor,
+                   const std::vector<std::vector<std::string>>& claves, bool exacta);
 
 // Sets p50_us, p90_us, p99_us and max_us (microseconds) from samples in ns.
 void ponPercentiles(benchmark::State& state, std::vector<double>& muestrasNs);

@@ -14,29 +14,7 @@
 #include "dbase/core/dbf_file.h"
 #include "dbase/core/error.h"
 #include "dbase/core/field_value.h"
-
-namespace {
-
-std::string scratchPath;
-
-void removeScratch() {
-  if (!scratchPath.empty()) ::unlink(scratchPath.c_str());
-}
-
-bool writeScratch(const uint8_t* data, size_t size) {
-  int fd = ::open(scratchPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  if (fd < 0) return false;
-  size_t done = 0;
-  while (done < size) {
-    ssize_t n = ::write(fd, data + done, size - done);
-    if (n <= 0) break;
-    done += size_t(n);
-  }
-  ::close(fd);
-  return done == size;
-}
-
-}  // namespace
+#include "scratch_file.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   const char* tmp = std::getenv("TMPDIR");
@@ -44,16 +22,16 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   int fd = ::mkstemp(pattern.data());
   if (fd < 0) std::abort();
   ::close(fd);
-  scratchPath = pattern;
-  std::atexit(removeScratch);
+  fuzz::scratchPath() = pattern;
+  std::atexit(fuzz::removeScratch);
   return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  if (!writeScratch(data, size)) std::abort();
+  if (!fuzz::writeScratch(data, size)) std::abort();
   try {
     // Only readers are called: nothing is ever written back to the file.
-    std::shared_ptr<dbase::DbfFile> file = dbase::DbfFile::open(scratchPath);
+    std::shared_ptr<dbase::DbfFile> file = dbase::DbfFile::open(fuzz::scratchPath());
     const dbase::CodePage& codePage = file->codePage();
     std::string text;
     size_t total = 0;

@@ -17,10 +17,10 @@
 #include "dbase/core/error.h"
 #include "dbase/core/key_expression.h"
 #include "dbase/core/mdx_file.h"
+#include "scratch_file.h"
 
 namespace {
 
-std::string scratchPath;
 std::string tablePath;
 std::shared_ptr<dbase::DbfFile> table;  // the fields expressions are compiled against
 
@@ -42,22 +42,8 @@ size_t evaluate(const std::string& text) {
   }
 }
 
-void removeScratch() {
-  if (!scratchPath.empty()) ::unlink(scratchPath.c_str());
+void removeTable() {
   if (!tablePath.empty()) ::unlink(tablePath.c_str());
-}
-
-bool writeScratch(const uint8_t* data, size_t size) {
-  int fd = ::open(scratchPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  if (fd < 0) return false;
-  size_t done = 0;
-  while (done < size) {
-    ssize_t n = ::write(fd, data + done, size - done);
-    if (n <= 0) break;
-    done += size_t(n);
-  }
-  ::close(fd);
-  return done == size;
 }
 
 int bytewise(std::string_view search, std::string_view stored) {
@@ -72,9 +58,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   int fd = ::mkstemp(pattern.data());
   if (fd < 0) std::abort();
   ::close(fd);
-  scratchPath = pattern;
+  fuzz::scratchPath() = pattern;
   tablePath = pattern + ".DBF";
-  std::atexit(removeScratch);
+  std::atexit(fuzz::removeScratch);
+  std::atexit(removeTable);
   table = dbase::DbfFile::create(tablePath,
                                  {{"NAME", dbase::FieldType::Character, 20, 0},
                                   {"CITY", dbase::FieldType::Character, 12, 0},
@@ -94,9 +81,9 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  if (!writeScratch(data, size)) std::abort();
+  if (!fuzz::writeScratch(data, size)) std::abort();
   try {
-    std::unique_ptr<dbase::MdxFile> file = dbase::MdxFile::open(scratchPath);
+    std::unique_ptr<dbase::MdxFile> file = dbase::MdxFile::open(fuzz::scratchPath());
     size_t total = size_t(file->tagIndex("NAME") + 1) + file->changedOnDisk();
     for (size_t t = 0; t < file->tags().size(); ++t) {
       total += file->tags()[t].name.size() + evaluate(file->tags()[t].expression) +
