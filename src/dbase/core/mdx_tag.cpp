@@ -156,7 +156,9 @@ void MdxTag::load() {
       storeKey(recno, orderKey);
     });
   }
-  rankStale_ = true;
+  rank_.assign(keyRef_.size(), kAbsent);
+  for (size_t i = 0; i < order_.size(); ++i) rank_[order_[i]] = uint32_t(i);
+  rankStale_ = false;
   everyLiveRow_ = order_.size() == size_t(count - file_.deletedCount());
   loaded_ = true;
 }
@@ -246,13 +248,13 @@ size_t MdxTag::rankOf(uint32_t recno) {
   ensureLoaded();
   if (recno >= keyRef_.size() || keyRef_[recno] == kNoKey) return order_.size();
   if (rankStale_) {
-    rank_.assign(keyRef_.size(), kAbsent);
-    for (size_t i = 0; i < order_.size(); ++i) rank_[order_[i]] = uint32_t(i);
-    rankStale_ = false;
+    // Rows placed since the load moved the ranks: found by key, as a
+    // rebuild of every rank on each write would cost more than it saves.
+    const size_t at = position(storedKey(recno), recno);
+    return at < order_.size() && order_[at] == recno ? at : order_.size();
   }
   return rank_[recno];
 }
-
 size_t MdxTag::lowerBound(std::string_view key) {
   ensureLoaded();
   size_t lo = 0, hi = order_.size();

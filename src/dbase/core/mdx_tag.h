@@ -101,8 +101,8 @@ class MdxTag final : public Tag {
   bool everyLiveRow_ = true;
   std::optional<KeyExpression> condition_;
   std::vector<uint32_t> order_;     // record numbers by rank
-  std::vector<uint32_t> rank_;      // rank by record number (kAbsent when not held); rebuilt when stale
-  bool rankStale_ = false;
+  std::vector<uint32_t> rank_;      // rank by record number (kAbsent when not held), as loaded
+  bool rankStale_ = false;          // rows placed since: ranks are found by key
   std::vector<uint64_t> keyRef_;    // by record number: offset in keys_ << 16 | length (kNoKey: not held)
   std::string keys_;                // orderable keys; a replaced one stays until the next load
   static constexpr uint64_t kNoKey = ~uint64_t(0);
