@@ -11,10 +11,12 @@
 
 #include "dbase/core/error.h"
 #include "dbase/core/mdx_format.h"
+#include "dbase/core/mdx_io.h"
 
 namespace dbase {
 
 using namespace mdx;
+using namespace mdx_io;
 
 namespace {
 
@@ -22,13 +24,6 @@ namespace {
 // index more rows than a table can hold. It bounds the memory of a walk
 // down a chain of one-child nodes.
 constexpr size_t kMaxDepth = 64;
-
-std::string baseName(const std::string& path) {
-  auto slash = path.find_last_of('/');
-  return slash == std::string::npos ? path : path.substr(slash + 1);
-}
-
-std::string systemError(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
 
 int64_t modifiedNs(const struct stat& st) { return int64_t(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec; }
 
@@ -39,18 +34,6 @@ std::string cString(const unsigned char* p, size_t size) {
 }
 
 char upperAscii(char c) { return c >= 'a' && c <= 'z' ? char(c - 'a' + 'A') : c; }
-
-// Reads exactly size bytes at offset, or fails with a message.
-bool readAt(int fd, uint64_t offset, unsigned char* into, size_t size) {
-  size_t done = 0;
-  while (done < size) {
-    ssize_t n = ::pread(fd, into + done, size - done, off_t(offset + done));
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    done += size_t(n);
-  }
-  return true;
-}
 
 }  // namespace
 

@@ -13,10 +13,12 @@
 
 #include "dbase/core/error.h"
 #include "dbase/core/mdx_format.h"
+#include "dbase/core/mdx_io.h"
 
 namespace dbase {
 
 using namespace mdx;
+using namespace mdx_io;
 
 namespace {
 
@@ -25,35 +27,6 @@ namespace {
 constexpr size_t kTagHeaderBytes = 512;
 // A tree deeper than this is damaged (see MdxFile).
 constexpr size_t kMaxDepth = 64;
-
-std::string baseName(const std::string& path) {
-  auto slash = path.find_last_of('/');
-  return slash == std::string::npos ? path : path.substr(slash + 1);
-}
-
-std::string systemError(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
-
-bool readAt(int fd, uint64_t offset, unsigned char* into, size_t size) {
-  size_t done = 0;
-  while (done < size) {
-    ssize_t n = ::pread(fd, into + done, size - done, off_t(offset + done));
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    done += size_t(n);
-  }
-  return true;
-}
-
-bool writeAt(int fd, uint64_t offset, const unsigned char* from, size_t size) {
-  size_t done = 0;
-  while (done < size) {
-    ssize_t n = ::pwrite(fd, from + done, size - done, off_t(offset + done));
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    done += size_t(n);
-  }
-  return true;
-}
 
 }  // namespace
 

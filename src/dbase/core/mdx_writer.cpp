@@ -19,17 +19,14 @@
 #include "dbase/core/error.h"
 #include "dbase/core/mdx_file.h"
 #include "dbase/core/mdx_format.h"
+#include "dbase/core/mdx_io.h"
 
 namespace dbase {
 
 using namespace mdx;
+using namespace mdx_io;
 
 namespace {
-
-std::string baseName(const std::string& path) {
-  auto slash = path.find_last_of('/');
-  return slash == std::string::npos ? path : path.substr(slash + 1);
-}
 
 std::string folderOf(const std::string& path) {
   auto slash = path.find_last_of('/');
