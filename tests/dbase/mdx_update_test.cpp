@@ -452,17 +452,17 @@ TEST_F(MdxUpdateTest, RefusesAChildOutsideTheFileWithoutWritingAByte) {
   const std::string before = readFile(path);
   auto update = MdxUpdate::open(path);
   update->setOrder(0, orderFor(0x1B, 'C', false));
-  expectCorrupt("ROTO.MDX: tag NOMBRE: node page 16777215 is outside the file",
+  expectCorrupt("ROTO.MDX: índice NOMBRE: la página 16777215 de un nodo cae fuera del fichero",
                 [&] { update->insert(0, paddedKey("K000001", 20), 7000); });
-  expectCorrupt("tag NOMBRE", [&] { update->remove(0, paddedKey("K000001", 20), 1); });
+  expectCorrupt("índice NOMBRE", [&] { update->remove(0, paddedKey("K000001", 20), 1); });
   update->flush();
   EXPECT_EQ(readFile(path), before);
   // The right end of the tree is sound and takes a key, but the flush meets
   // the damage (finding the first leaf) before it writes anything.
   update->insert(0, paddedKey("K999999", 20), 7000);
-  expectCorrupt("node page 16777215 is outside the file", [&] { update->flush(); });
+  expectCorrupt("la página 16777215 de un nodo cae fuera del fichero", [&] { update->flush(); });
   EXPECT_EQ(readFile(path), before);
-  EXPECT_NE(update->verify(0).find("outside the file"), std::string::npos);
+  EXPECT_NE(update->verify(0).find("fuera del fichero"), std::string::npos);
 }
 
 TEST_F(MdxUpdateTest, RefusesABrokenFreeListBeforeSplittingANode) {
@@ -473,7 +473,7 @@ TEST_F(MdxUpdateTest, RefusesABrokenFreeListBeforeSplittingANode) {
   auto update = MdxUpdate::open(path);
   update->setOrder(0, orderFor(0x1B, 'C', false));
   // The one leaf is full: the next key needs a block.
-  expectCorrupt("ROTO.MDX: tag NOMBRE: free page 5000 is outside the file",
+  expectCorrupt("ROTO.MDX: índice NOMBRE: la página libre 5000 cae fuera del fichero",
                 [&] { update->insert(0, paddedKey("K000100", 20), 100); });
   EXPECT_EQ(update->verify(0), "");
   update->flush();
@@ -489,8 +489,8 @@ TEST_F(MdxUpdateTest, RefusesNodesClaimingMoreKeysThanFit) {
   const std::string before = readFile(path);
   auto update = MdxUpdate::open(path);
   update->setOrder(0, orderFor(0x1B, 'C', false));
-  expectCorrupt("claims 500 keys", [&] { update->insert(0, paddedKey("A", 20), 11); });
-  expectCorrupt("claims 500 keys", [&] { update->containsKey(0, paddedKey("A", 20)); });
+  expectCorrupt("dice tener 500 claves", [&] { update->insert(0, paddedKey("A", 20), 11); });
+  expectCorrupt("dice tener 500 claves", [&] { update->containsKey(0, paddedKey("A", 20)); });
   update->flush();
   EXPECT_EQ(readFile(path), before);
 }

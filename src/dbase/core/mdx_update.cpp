@@ -43,21 +43,21 @@ std::unique_ptr<MdxUpdate> MdxUpdate::open(const std::string& path) {
   checked.reset();
 
   u->fd_ = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
-  if (u->fd_ < 0) throw Error(ErrorKind::Io, u->name_, systemError("cannot open for writing"));
+  if (u->fd_ < 0) throw Error(ErrorKind::Io, u->name_, systemError("no se puede abrir para escribir"));
   struct stat st {};
-  if (::fstat(u->fd_, &st) != 0) throw Error(ErrorKind::Io, u->name_, systemError("cannot stat"));
+  if (::fstat(u->fd_, &st) != 0) throw Error(ErrorKind::Io, u->name_, systemError("no se puede consultar"));
   u->fileSize_ = uint64_t(st.st_size);
   u->fileHeader_.resize(kFileHeaderBytes);
   if (!readAt(u->fd_, 0, u->fileHeader_.data(), kFileHeaderBytes))
-    throw Error(ErrorKind::Io, u->name_, systemError("cannot read"));
+    throw Error(ErrorKind::Io, u->name_, systemError("no se puede leer"));
   if (get16(u->fileHeader_.data() + kOffBlockPages) != u->blockPages_)
-    throw Error(ErrorKind::Corrupt, u->name_, "the file changed while it was being opened");
+    throw Error(ErrorKind::Corrupt, u->name_, "el fichero cambió mientras se abría");
 
   u->totalPages_ = get32(u->fileHeader_.data() + kOffTotalPages);
   const uint32_t headerArea = kHeaderAreaBytes / kPageBytes;
   if (u->totalPages_ < headerArea)
     throw Error(ErrorKind::Corrupt, u->name_,
-                "the header counts " + std::to_string(u->totalPages_) + " pages, fewer than its own");
+                "la cabecera cuenta " + std::to_string(u->totalPages_) + " páginas, menos de las suyas propias");
   u->diskFreeHead_ = get32(u->fileHeader_.data() + kOffFirstFree);
 
   for (size_t i = 0; i < u->tags_.size(); ++i) {
@@ -66,11 +66,11 @@ std::unique_ptr<MdxUpdate> MdxUpdate::open(const std::string& path) {
     u->headerPages_.insert(t.headerPage);
     if (u->faults_[i].empty()) {
       if (t.headerPage >= u->totalPages_ || t.rootPage >= u->totalPages_)
-        u->faults_[i] = "tag " + t.name + ": its header or root lies past the " + std::to_string(u->totalPages_) +
-                        " pages the file header counts";
+        u->faults_[i] = "índice " + t.name + ": su cabecera o su raíz pasan de las " + std::to_string(u->totalPages_) +
+                        " páginas que cuenta la cabecera del fichero";
       s.header.resize(kTagHeaderBytes);
       if (!readAt(u->fd_, uint64_t(t.headerPage) * kPageBytes, s.header.data(), kTagHeaderBytes))
-        throw Error(ErrorKind::Io, u->name_, "tag " + t.name + ": " + systemError("cannot read its header"));
+        throw Error(ErrorKind::Io, u->name_, "índice " + t.name + ": " + systemError("no se puede leer su cabecera"));
       s.root = t.rootPage;
       s.pages = get32(s.header.data() + kTagPages);
       s.hasKeys = s.header[kTagHasKeys] != 0;
@@ -85,19 +85,19 @@ MdxUpdate::~MdxUpdate() {
 }
 
 void MdxUpdate::corrupt(size_t tag, const std::string& what) const {
-  throw Error(ErrorKind::Corrupt, name_, "tag " + tags_.at(tag).name + ": " + what);
+  throw Error(ErrorKind::Corrupt, name_, "índice " + tags_.at(tag).name + ": " + what);
 }
 
 MdxUpdate::TagState& MdxUpdate::usable(size_t tag) {
-  if (tag >= tags_.size()) throw Error(ErrorKind::InvalidArgument, name_, "no tag number " + std::to_string(tag));
+  if (tag >= tags_.size()) throw Error(ErrorKind::InvalidArgument, name_, "no hay índice número " + std::to_string(tag));
   if (!faults_[tag].empty()) throw Error(ErrorKind::Corrupt, name_, faults_[tag]);
   if (!state_[tag].order)
-    throw Error(ErrorKind::State, name_, "tag " + tags_[tag].name + ": no key order given before changing it");
+    throw Error(ErrorKind::State, name_, "índice " + tags_[tag].name + ": se cambia sin haber dado su orden de claves");
   return state_[tag];
 }
 
 void MdxUpdate::setOrder(size_t tag, OrderKey order) {
-  if (tag >= tags_.size()) throw Error(ErrorKind::InvalidArgument, name_, "no tag number " + std::to_string(tag));
+  if (tag >= tags_.size()) throw Error(ErrorKind::InvalidArgument, name_, "no hay índice número " + std::to_string(tag));
   state_[tag].order = std::move(order);
   // Order keys already worked out under another order are stale.
   for (const auto& [page, node] : cache_) {
@@ -122,33 +122,33 @@ void MdxUpdate::checkedKey(size_t tag, std::string_view key) const {
   const uint16_t length = tags_[tag].keyLength;
   if (key.size() != length)
     throw Error(ErrorKind::InvalidArgument, name_,
-                "tag " + tags_[tag].name + ": a key of " + std::to_string(key.size()) + " bytes, not " +
+                "índice " + tags_[tag].name + ": una clave de " + std::to_string(key.size()) + " bytes, no de " +
                     std::to_string(length));
 }
 
 void MdxUpdate::readBlock(uint32_t page, unsigned char* into, size_t tag) const {
   if (!readAt(fd_, uint64_t(page) * kPageBytes, into, blockBytes_))
-    throw Error(ErrorKind::Io, name_, "tag " + tags_[tag].name + ": " + systemError("cannot read page"));
+    throw Error(ErrorKind::Io, name_, "índice " + tags_[tag].name + ": " + systemError("no se puede leer una página"));
 }
 
 MdxUpdate::Node& MdxUpdate::load(size_t tag, uint32_t page, size_t level) {
   TagState& s = state_[tag];
-  auto at = [page] { return "node page " + std::to_string(page); };
-  if (level >= kMaxDepth) corrupt(tag, "the tree is deeper than " + std::to_string(kMaxDepth) + " levels");
+  auto at = [page] { return "la página " + std::to_string(page) + " de un nodo"; };
+  if (level >= kMaxDepth) corrupt(tag, "el árbol tiene más de " + std::to_string(kMaxDepth) + " niveles");
   Node* found = cachedAt(page);
   if (!found) {
     if (page < kHeaderAreaBytes / kPageBytes || page >= totalPages_ ||
         uint64_t(page) * kPageBytes + blockBytes_ > fileSize_)
-      corrupt(tag, at() + " is outside the file (" + std::to_string(totalPages_) + " pages)");
-    if (headerPages_.count(page)) corrupt(tag, at() + " is a tag header");
-    if (freeSet_.count(page)) corrupt(tag, at() + " is on the free list");
+      corrupt(tag, at() + " cae fuera del fichero (" + std::to_string(totalPages_) + " páginas)");
+    if (headerPages_.count(page)) corrupt(tag, at() + " es la cabecera de un índice");
+    if (freeSet_.count(page)) corrupt(tag, at() + " está en la lista de libres");
     std::vector<unsigned char> block(blockBytes_);
     readBlock(page, block.data(), tag);
     const MdxTagInfo& info = tags_[tag];
     const uint32_t n = get32(block.data());
     if (n > info.maxKeys || kNodeHeaderBytes + uint64_t(n) * info.itemLength + 4 > blockBytes_)
-      corrupt(tag, at() + " claims " + std::to_string(n) + " keys, more than the " + std::to_string(info.maxKeys) +
-                       " that fit");
+      corrupt(tag, at() + " dice tener " + std::to_string(n) + " claves, más de las " + std::to_string(info.maxKeys) +
+                       " que caben");
     Node node;
     node.tag = tag;
     node.word4 = get32(block.data() + 4);
@@ -162,7 +162,7 @@ MdxUpdate::Node& MdxUpdate::load(size_t tag, uint32_t page, size_t level) {
     for (uint32_t i = 0; i < n; ++i) {
       const unsigned char* item = block.data() + kNodeHeaderBytes + size_t(i) * info.itemLength;
       const uint32_t pointer = get32(item);
-      if (pointer == 0) corrupt(tag, at() + (node.leaf ? " holds record number 0" : " points to page 0"));
+      if (pointer == 0) corrupt(tag, at() + (node.leaf ? " apunta al registro 0" : " apunta a la página 0"));
       node.pointers.push_back(pointer);
       node.keys.append(reinterpret_cast<const char*>(item + 4), info.keyLength);
       s.order(node.key(i), node.orders);
@@ -175,12 +175,12 @@ MdxUpdate::Node& MdxUpdate::load(size_t tag, uint32_t page, size_t level) {
     }
     found = &store(page, std::move(node));
   } else if (found->tag != tag) {
-    corrupt(tag, at() + " belongs to tag " + tags_[found->tag].name + " too");
+    corrupt(tag, at() + " es también del índice " + tags_[found->tag].name);
   }
   Node& node = *found;
   if (s.depth < 0 && node.leaf) s.depth = int(level) + 1;
   if (s.depth >= 0 && node.leaf != (int(level) + 1 == s.depth))
-    corrupt(tag, "leaves at uneven depths (" + at() + " at level " + std::to_string(level) + ", leaves at " +
+    corrupt(tag, "hojas a distinta profundidad (" + at() + " en el nivel " + std::to_string(level) + ", las hojas en el " +
                      std::to_string(s.depth - 1) + ")");
   return node;
 }
@@ -193,16 +193,16 @@ void MdxUpdate::loadFreeList(size_t tag) {
   std::unordered_set<uint32_t> seen;
   unsigned char word[4];
   for (uint32_t page = diskFreeHead_; page != 0;) {
-    const std::string at = "free page " + std::to_string(page);
+    const std::string at = "la página libre " + std::to_string(page);
     if (page < kHeaderAreaBytes / kPageBytes || page >= totalPages_ ||
         uint64_t(page) * kPageBytes + blockBytes_ > fileSize_)
-      corrupt(tag, at + " is outside the file (" + std::to_string(totalPages_) + " pages)");
-    if (headerPages_.count(page)) corrupt(tag, at + " is a tag header");
+      corrupt(tag, at + " cae fuera del fichero (" + std::to_string(totalPages_) + " páginas)");
+    if (headerPages_.count(page)) corrupt(tag, at + " es la cabecera de un índice");
     if (cachedAt(page) || freeSet_.count(page) || !seen.insert(page).second)
-      corrupt(tag, at + " is in use or listed twice (a loop in the free list)");
+      corrupt(tag, at + " está en uso o dos veces en la lista (un bucle en la lista de libres)");
     chain.push_back(page);
     if (!readAt(fd_, uint64_t(page) * kPageBytes + 4, word, 4))
-      throw Error(ErrorKind::Io, name_, systemError("cannot read the free list"));
+      throw Error(ErrorKind::Io, name_, systemError("no se puede leer la lista de libres"));
     page = get32(word);
   }
   // The stack keeps the head last: the disk chain goes below what was freed here.
@@ -218,7 +218,7 @@ void MdxUpdate::reserve(size_t tag, size_t blocks) {
   if (blocks > free_.size()) loadFreeList(tag);
   const uint64_t endPages = uint64_t(totalPages_) + uint64_t(blocks) * blockPages_;
   if (blocks > free_.size() && endPages > UINT32_MAX)
-    throw Error(ErrorKind::InvalidArgument, name_, "tag " + tags_[tag].name + ": the index would exceed 2^32 pages");
+    throw Error(ErrorKind::InvalidArgument, name_, "índice " + tags_[tag].name + ": el índice pasaría de 2^32 páginas");
 }
 
 uint32_t MdxUpdate::allocate(size_t tag) {
@@ -339,7 +339,7 @@ void MdxUpdate::flush() {
       }
       if (!node.leaf) put32(block.data() + kNodeHeaderBytes + n * info.itemLength, node.pointers.back());
     }
-    if (!writeAt(fd_, uint64_t(page) * kPageBytes, block.data(), block.size())) fail("cannot write a block");
+    if (!writeAt(fd_, uint64_t(page) * kPageBytes, block.data(), block.size())) fail("no se puede escribir un bloque");
   }
   for (const auto& [page, node] : cache_) node->dirty = false;
   freedHere_.clear();
@@ -356,7 +356,7 @@ void MdxUpdate::flush() {
     put32(h + kTagFirstLeaf, edges[t].first);
     put32(h + kTagLastLeaf, edges[t].last);
     if (!writeAt(fd_, uint64_t(tags_[t].headerPage) * kPageBytes, h, s.header.size()))
-      fail("cannot write a tag header");
+      fail("no se puede escribir la cabecera de un índice");
     tags_[t].rootPage = s.root;
     tags_[t].serial = h[kTagSerial];
     s.changed = false;
@@ -374,7 +374,7 @@ void MdxUpdate::flush() {
   f[kOffUpdated + 1] = uint8_t(today.tm_mon + 1);
   f[kOffUpdated + 2] = uint8_t(today.tm_mday);
   if (!writeAt(fd_, kOffTotalPages, f + kOffTotalPages, kOffUpdated + 3 - kOffTotalPages))
-    fail("cannot write the file header");
+    fail("no se puede escribir la cabecera del fichero");
   fileChanged_ = false;
 }
 

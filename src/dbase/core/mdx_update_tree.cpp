@@ -165,7 +165,7 @@ size_t leafPlace(const NodeT& node, std::string_view order, uint32_t recno, bool
 void MdxUpdate::insert(size_t tag, std::string_view key, uint32_t recno) {
   TagState& s = usable(tag);
   if (recno == 0)
-    throw Error(ErrorKind::InvalidArgument, name_, "tag " + tags_[tag].name + ": record number 0");
+    throw Error(ErrorKind::InvalidArgument, name_, "índice " + tags_[tag].name + ": registro número 0");
   checkedKey(tag, key);
   std::string& order = scratch_;
   orderOf(tag, key, order);
