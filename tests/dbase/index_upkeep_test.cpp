@@ -81,6 +81,26 @@ class IndexUpkeep : public ::testing::Test {
     setFieldText(file->field("HABITANTES"), r.data(), people, file->codePage(), file->name());
     return r;
   }
+  // Another program's writer killed after its row and before the index:
+  // the row and the mark are on disk, the index lacks the row. (Row 4, as
+  // a writer that keeps no index would append it.)
+  void writerKilledAfterItsRow() {
+    const pid_t child = fork();
+    if (child == 0) {
+      std::string r = row("46", "Valencia", "");
+      const int mark = ::open(MdxTags::markFor(dir.file("MUNI.MDX")).c_str(), O_CREAT | O_WRONLY, 0644);
+      ::close(mark);
+      const int fd = ::open(dir.file("MUNI.DBF").c_str(), O_RDWR);
+      const off_t end = lseek(fd, 0, SEEK_END) - 1;
+      (void)!pwrite(fd, r.data(), r.size(), end);
+      const char eof = 0x1A;
+      (void)!pwrite(fd, &eof, 1, end + off_t(r.size()));
+      unsigned char count[4] = {4, 0, 0, 0};
+      (void)!pwrite(fd, count, 4, 4);
+      _exit(0);
+    }
+    waitpid(child, nullptr, 0);
+  }
   void expectIndexAsRebuilt() {
     EXPECT_EQ(walkAll(dir.file("MUNI.MDX")), rebuiltFromRows(dir.path(), "MUNI"));
     EXPECT_FALSE(fs::exists(MdxTags::markFor(dir.file("MUNI.MDX"))));
@@ -227,27 +247,7 @@ TEST_F(IndexUpkeep, AnotherProgramsIndexLockMakesTheWriteWaitThenFailWithoutWrit
 }
 
 TEST_F(IndexUpkeep, WriteCutBetweenRowsAndIndexIsNoticedAndTheIndexWrittenAnew) {
-  // A writer killed after its rows: the rows and the mark are there, the
-  // index lacks the rows.
-  const pid_t child = fork();
-  if (child == 0) {
-    auto f = DbfFile::open(dir.file("MUNI.DBF"));
-    std::string r = f->blankRecord();
-    setFieldText(f->field("PROVINCIA"), r.data(), "46", f->codePage(), f->name());
-    setFieldText(f->field("NOMBRE"), r.data(), "Valencia", f->codePage(), f->name());
-    const int mark = ::open(MdxTags::markFor(dir.file("MUNI.MDX")).c_str(), O_CREAT | O_WRONLY, 0644);
-    ::close(mark);
-    // Rows written as a writer without an index would (the index not told).
-    const int fd = ::open(dir.file("MUNI.DBF").c_str(), O_RDWR);
-    const off_t end = lseek(fd, 0, SEEK_END) - 1;
-    (void)!pwrite(fd, r.data(), r.size(), end);
-    const char eof = 0x1A;
-    (void)!pwrite(fd, &eof, 1, end + off_t(r.size()));
-    unsigned char count[4] = {4, 0, 0, 0};
-    (void)!pwrite(fd, count, 4, 4);
-    _exit(0);
-  }
-  waitpid(child, nullptr, 0);
+  writerKilledAfterItsRow();
   file.reset();
   auto reopened = DbfFile::open(dir.file("MUNI.DBF"));
   ASSERT_EQ(reopened->recordCount(), 4u);
@@ -260,25 +260,9 @@ TEST_F(IndexUpkeep, WriteCutBetweenRowsAndIndexIsNoticedAndTheIndexWrittenAnew) 
 }
 
 TEST_F(IndexUpkeep, WriteCutByAnotherProgramIsMendedByTheNextWriteOfAProgramAlreadyOpen) {
-  // This process has the table open with its index kept; another writer is
-  // killed after its row, leaving the mark and an index without the row.
-  const pid_t child = fork();
-  if (child == 0) {
-    std::string r = file->blankRecord();
-    setFieldText(file->field("PROVINCIA"), r.data(), "46", file->codePage(), file->name());
-    setFieldText(file->field("NOMBRE"), r.data(), "Valencia", file->codePage(), file->name());
-    const int mark = ::open(MdxTags::markFor(dir.file("MUNI.MDX")).c_str(), O_CREAT | O_WRONLY, 0644);
-    ::close(mark);
-    const int fd = ::open(dir.file("MUNI.DBF").c_str(), O_RDWR);
-    const off_t end = lseek(fd, 0, SEEK_END) - 1;
-    (void)!pwrite(fd, r.data(), r.size(), end);
-    const char eof = 0x1A;
-    (void)!pwrite(fd, &eof, 1, end + off_t(r.size()));
-    unsigned char count[4] = {4, 0, 0, 0};
-    (void)!pwrite(fd, count, 4, 4);
-    _exit(0);
-  }
-  waitpid(child, nullptr, 0);
+  // This process has the table open with its index kept when another
+  // program's writer is killed half-way.
+  writerKilledAfterItsRow();
   file->append(row("41", "Sevilla", "680000"));
   EXPECT_EQ(file->recordCount(), 5u);
   const auto& warnings = MdxTags::of(*file).warnings();
