@@ -14,8 +14,6 @@ namespace dbase {
 
 namespace {
 
-constexpr uint64_t kMaxKeyLength = (uint64_t(1) << 24) - 1;
-
 uint64_t hashBytes(const char* p, size_t n) {
   uint64_t h = 0x9E3779B97F4A7C15ull ^ n;
   for (; n >= 8; p += 8, n -= 8) {
@@ -65,16 +63,6 @@ struct Entry {
   uint32_t id;
 };
 
-uint64_t wordAt(std::string_view k, size_t depth) {
-  uint64_t w = 0;
-  if (k.size() >= depth + 8) {
-    std::memcpy(&w, k.data() + depth, 8);
-    return __builtin_bswap64(w);
-  }
-  for (size_t i = depth; i < k.size(); ++i) w |= uint64_t(uint8_t(k[i])) << (56 - 8 * (i - depth));
-  return w;
-}
-
 // Sorts entries [b, e), which share their first `depth` key bytes, into key
 // order: 8 key bytes at a time, so most comparisons are integer ones and the
 // keys are read sequentially. Equal keys end up next to each other.
@@ -82,9 +70,9 @@ template <class KeyOf>
 void sortByKey(Entry* b, Entry* e, size_t depth, const KeyOf& keyOf) {
   while (e - b > 1) {
     bool ordered = true, equal = true;
-    b->word = wordAt(keyOf(b->id), depth);
+    b->word = keyWordAt(keyOf(b->id), depth);
     for (Entry* p = b + 1; p < e; ++p) {
-      p->word = wordAt(keyOf(p->id), depth);
+      p->word = keyWordAt(keyOf(p->id), depth);
       ordered &= p[-1].word <= p->word;
       equal &= p->word == b->word;
     }
@@ -248,7 +236,8 @@ void radixSort(std::vector<T>& items, unsigned low, unsigned bits, const Digit& 
 
 }  // namespace
 
-IndexTag::IndexTag(const DbfFile& file, std::vector<int> fields) : file_(file), fields_(std::move(fields)) {}
+IndexTag::IndexTag(const DbfFile& file, std::vector<int> fields)
+    : file_(file), fields_(std::move(fields)), rows_(file.name()) {}
 
 void IndexTag::ensureBuilt() {
   if (!built_)
@@ -256,7 +245,6 @@ void IndexTag::ensureBuilt() {
   else if (pendingFrom_)
     catchUp();
   quietInserts_ = 0;
-  if (countsStale_) rebuildCounts();
 }
 
 // Places the rows appended while nobody asked: one by one when few, by
@@ -267,7 +255,7 @@ void IndexTag::catchUp() {
   const uint32_t last = file_.recordCount();
   if (from > last) return;
   const size_t pending = size_t(last - from) + 1;
-  if (8 * pending > size_ + pending) return build();
+  if (8 * pending > rows_.size() + pending) return build();
   for (uint32_t r = from; r <= last; ++r) place(r, nullptr);
 }
 
@@ -331,17 +319,13 @@ void IndexTag::build() {
     shift[u] = total;
     total += bits[u];
   }
-  arena_.clear();
-  garbage_ = 0;
-  keyRef_.assign(size_t(count) + 1, 0);
+  rows_.clear(count);
   std::vector<uint32_t> order(n);
   std::vector<uint32_t> rankOfField(fields_.size());
   auto storeTuple = [&]() -> uint64_t {
-    const size_t start = arena_.size();
-    for (size_t i = 0; i < fields_.size(); ++i) arena_.append(ranks[source[i]].key(rankOfField[i]));
-    if (arena_.size() - start > kMaxKeyLength)
-      throw Error(ErrorKind::NotSupported, file_.name(), "clave de índice demasiado larga");
-    return (uint64_t(start) << kLengthBits) | (arena_.size() - start);
+    scratch_.clear();
+    for (size_t i = 0; i < fields_.size(); ++i) scratch_.append(ranks[source[i]].key(rankOfField[i]));
+    return rows_.store(scratch_);
   };
   if (total <= 32) {
     // Ranks packed above the record number: one radix sort on the ranks.
@@ -365,7 +349,7 @@ void IndexTag::build() {
         ref = storeTuple();
       }
       order[k] = uint32_t(items[k]);
-      keyRef_[order[k]] = ref;
+      rows_.setRef(order[k], ref);
     }
   } else {
     // Positions sorted field by field, the last field first.
@@ -387,39 +371,14 @@ void IndexTag::build() {
         ref = storeTuple();
       }
       order[k] = live[pos];
-      keyRef_[order[k]] = ref;
+      rows_.setRef(order[k], ref);
     }
   }
 
-  prefix_.clear();
-  if (!order.empty()) {
-    prefix_ = storedKey(order.front());  // in order: what the first and last share, all share
-    narrowPrefix(storedKey(order.back()));
-  }
-
-  chunks_.clear();
-  lastProbe_.clear();
-  chunkLast_.clear();
-  const size_t per = kMaxChunk / 2;
-  for (size_t i = 0; i < order.size(); i += per) {
-    auto made = std::make_unique<Chunk>();  // exactly as large as built: the first insert makes room
-    Chunk& chunk = *made;
-    chunk.recnos.reserve(std::min(order.size(), i + per) - i);
-    chunk.probes.reserve(chunk.recnos.capacity());
-    for (size_t j = i; j < std::min(order.size(), i + per); ++j) {
-      chunk.recnos.push_back(order[j]);
-      chunk.probes.push_back(probeOf(order[j]));
-    }
-    lastProbe_.push_back(chunk.probes.back());
-    chunkLast_.push_back(chunk.recnos.back());
-    chunks_.push_back(std::move(made));
-  }
-  size_ = order.size();
+  rows_.assign(order);
   built_ = true;
   pendingFrom_ = 0;
   quietInserts_ = 0;
-  countsStale_ = true;
-  ++layout_;
 }
 
 void IndexTag::storeKey(uint32_t recno, const char* record, RowKeys* keys) {
@@ -428,205 +387,34 @@ void IndexTag::storeKey(uint32_t recno, const char* record, RowKeys* keys) {
     keys->appendKey(fields_, scratch_);
   else
     appendRecordKey(file_, fields_, record, scratch_);
-  while (keyRef_.size() <= recno) keyRef_.push_back(0);  // appends: one at a time
-  // Re-keyed rows leave their old key behind; compact when that may be most of it.
-  garbage_ += keyRef_[recno] & kMaxKeyLength;
-  if (arena_.size() > (1u << 20) && 2 * garbage_ > arena_.size()) compactArena();
-  if (scratch_.size() > kMaxKeyLength) throw Error(ErrorKind::NotSupported, file_.name(), "clave de índice demasiado larga");
-  keyRef_[recno] = (uint64_t(arena_.size()) << kLengthBits) | scratch_.size();
-  arena_.append(scratch_);
-  if (size_ == 0) {
-    prefix_ = scratch_;
-    reword();
-  } else if (narrowPrefix(scratch_)) {
-    reword();
-  }
+  rows_.setKey(recno, scratch_);
 }
 
-bool IndexTag::narrowPrefix(std::string_view key) {
-  size_t n = 0;
-  const size_t most = std::min(prefix_.size(), key.size());
-  while (n < most && prefix_[n] == key[n]) ++n;
-  if (n == prefix_.size()) return false;
-  prefix_.resize(n);
-  return true;
-}
-
-// The common prefix changed: every word starts elsewhere.
-void IndexTag::reword() {
-  for (size_t c = 0; c < chunks_.size(); ++c) {
-    Chunk& chunk = *chunks_[c];
-    for (size_t i = 0; i < chunk.recnos.size(); ++i) chunk.probes[i] = probeOf(chunk.recnos[i]);
-    if (!chunk.probes.empty()) lastProbe_[c] = chunk.probes.back();
-  }
-}
-
-// Keeps the keys of the rows in the tag, equal neighbours once.
-void IndexTag::compactArena() {
-  std::string compact;
-  compact.reserve(arena_.size() - std::min(garbage_, arena_.size()));
-  std::vector<uint64_t> refs(keyRef_.size(), 0);
-  uint64_t lastOld = ~uint64_t(0), lastNew = 0;
-  for (const auto& chunk : chunks_)
-    for (uint32_t r : chunk->recnos) {
-      const uint64_t old = keyRef_[r];
-      if (old != lastOld) {
-        const std::string_view k = storedKey(r);
-        const size_t lastLength = size_t(lastNew & kMaxKeyLength);
-        if (lastOld == ~uint64_t(0) || k != std::string_view(compact).substr(size_t(lastNew >> kLengthBits), lastLength)) {
-          lastNew = (uint64_t(compact.size()) << kLengthBits) | k.size();
-          compact.append(k);
-        }
-        lastOld = old;
-      }
-      refs[r] = lastNew;
-    }
-  arena_.swap(compact);
-  keyRef_.swap(refs);
-  garbage_ = 0;
-  for (size_t c = 0; c < chunks_.size(); ++c) {
-    Chunk& chunk = *chunks_[c];
-    for (size_t i = 0; i < chunk.recnos.size(); ++i) chunk.probes[i].ref = keyRef_[chunk.recnos[i]];
-    lastProbe_[c].ref = chunk.probes.back().ref;
-  }
-}
-
-IndexTag::Probe IndexTag::probeOf(uint32_t recno) const {
-  return {wordAt(storedKey(recno), prefix_.size()), keyRef_[recno]};
-}
-
-size_t IndexTag::memoryBytes() const {
-  size_t bytes = sizeof *this + arena_.capacity() + keyRef_.capacity() * sizeof(uint64_t) +
-                 chunks_.capacity() * (sizeof(Chunk) + sizeof(void*)) + lastProbe_.capacity() * sizeof(Probe) +
-                 chunkLast_.capacity() * sizeof(uint32_t) + counts_.capacity() * sizeof(uint32_t) +
-                 scratch_.capacity() + prefix_.capacity();
-  // Chunks are estimated (half to full, as they fill and split): counting
-  // them one by one would visit every chunk of a large table.
-  bytes += chunks_.size() * (sizeof(Chunk) + 64) + size_ * (sizeof(uint32_t) + sizeof(Probe)) * 3 / 2;
-  return bytes;
-}
-
-void IndexTag::rebuildCounts() {
-  const size_t n = chunks_.size();
-  counts_.assign(n + 1, 0);
-  for (size_t i = 1; i <= n; ++i) {
-    counts_[i] += uint32_t(chunks_[i - 1]->recnos.size());
-    const size_t parent = i + (i & (~i + 1));
-    if (parent <= n) counts_[parent] += counts_[i];
-  }
-  countsStale_ = false;
-}
-
-void IndexTag::addCount(size_t chunk, int delta) {
-  if (countsStale_) return;
-  for (size_t i = chunk + 1; i < counts_.size(); i += i & (~i + 1)) counts_[i] += uint32_t(delta);
-}
-
-// Rank of the chunk's first entry.
-size_t IndexTag::startOf(size_t chunk) const {
-  size_t rank = 0;
-  for (size_t i = chunk; i > 0; i -= i & (~i + 1)) rank += counts_[i];
-  return rank;
-}
-
-// The chunk holding a rank, and the rank's place in it.
-std::pair<size_t, size_t> IndexTag::chunkAt(size_t rank) const {
-  size_t chunk = 0;
-  for (size_t step = std::bit_floor(counts_.size() - 1); step > 0; step >>= 1)
-    if (chunk + step < counts_.size() && counts_[chunk + step] <= rank) {
-      chunk += step;
-      rank -= counts_[chunk];
-    }
-  return {chunk, rank};
-}
+size_t IndexTag::memoryBytes() const { return sizeof *this + rows_.memoryBytes() + scratch_.capacity(); }
 
 size_t IndexTag::size() {
   ensureBuilt();
-  return size_;
+  return rows_.size();
 }
 
 uint32_t IndexTag::recnoAt(size_t rank) {
   ensureBuilt();
-  const auto [c, i] = chunkAt(rank);
-  return chunks_[c]->recnos[i];
-}
-
-std::pair<size_t, size_t> IndexTag::locate(std::string_view key, uint32_t recno, uint64_t ref) const {
-  // Keys past the prefix every key shares compare on their next eight bytes
-  // first (kept beside the record numbers), on the whole key only when those
-  // are equal. A key without that prefix compares whole.
-  const bool shared = key.starts_with(prefix_);
-  const size_t skip = shared ? prefix_.size() : 0;
-  const std::string_view rest = key.substr(skip);
-  const uint64_t word = shared ? wordAt(key, skip) : 0;
-  uint64_t equalRef = ref;  // a stored key found equal to `key`
-  auto notBefore = [&](const Probe& p, uint32_t r) {  // entry r is at or after (key, recno)
-    if (shared && p.word != word) return p.word > word;
-    int c = 0;
-    if (p.ref != equalRef) {
-      c = keyAt(p.ref).substr(skip).compare(rest);
-      if (c == 0) equalRef = p.ref;
-    }
-    return c > 0 || (c == 0 && r >= recno);
-  };
-  // First chunk whose last entry is at or after the target.
-  size_t lo = 0, hi = chunks_.size();
-  while (lo < hi) {
-    const size_t mid = (lo + hi) / 2;
-    if (notBefore(lastProbe_[mid], chunkLast_[mid]))
-      hi = mid;
-    else
-      lo = mid + 1;
-  }
-  if (lo == chunks_.size()) return {lo, 0};
-  const Chunk& chunk = *chunks_[lo];
-  size_t a = 0, b = chunk.recnos.size();
-  while (a < b) {
-    const size_t mid = (a + b) / 2;
-    if (notBefore(chunk.probes[mid], chunk.recnos[mid]))
-      b = mid;
-    else
-      a = mid + 1;
-  }
-  return {lo, a};
-}
-
-void IndexTag::remember(uint32_t recno, size_t chunk, size_t index) {
-  hints_[nextHint_] = {recno, uint32_t(chunk), uint32_t(index), layout_};
-  nextHint_ = (nextHint_ + 1) % (sizeof hints_ / sizeof hints_[0]);
-}
-
-// A row remembered where it was, or one place off (a row inserted or removed
-// before it in the same chunk since).
-bool IndexTag::recall(uint32_t recno, size_t& chunk, size_t& index) const {
-  for (const Hint& h : hints_) {
-    if (h.recno != recno || h.layout != layout_ || h.chunk >= chunks_.size()) continue;
-    const auto& entries = chunks_[h.chunk]->recnos;
-    for (size_t i : {size_t(h.index), size_t(h.index) + 1, size_t(h.index) - 1})
-      if (i < entries.size() && entries[i] == recno) {
-        chunk = h.chunk;
-        index = i;
-        return true;
-      }
-  }
-  return false;
+  return rows_.recnoAt(rank);
 }
 
 size_t IndexTag::lowerBound(std::string_view key) {
   ensureBuilt();
-  auto [c, i] = locate(key, 0);
-  return c == chunks_.size() ? size_ : startOf(c) + i;
+  return rows_.lowerBound(key);
 }
 
 std::string_view IndexTag::keyOf(uint32_t recno) {
   ensureBuilt();
-  return recno < keyRef_.size() ? storedKey(recno) : std::string_view();
+  return rows_.keyOf(recno);
 }
 
 void IndexTag::appendAll(std::vector<uint32_t>& out) {
   ensureBuilt();
-  out.reserve(out.size() + size_);
-  for (const auto& chunk : chunks_) out.insert(out.end(), chunk->recnos.begin(), chunk->recnos.end());
+  rows_.appendAll(out);
 }
 
 bool IndexTag::searchKey(const std::vector<int>& fields, const std::vector<std::string>& values, bool partial,
@@ -636,90 +424,8 @@ bool IndexTag::searchKey(const std::vector<int>& fields, const std::vector<std::
 
 size_t IndexTag::rankOf(uint32_t recno) {
   ensureBuilt();
-  if (recno == 0 || recno > file_.recordCount() || recno >= keyRef_.size() || file_.isDeleted(recno)) return size_;
-  size_t c, i;
-  if (!recall(recno, c, i)) {
-    std::tie(c, i) = locate(storedKey(recno), recno, keyRef_[recno]);
-    if (c == chunks_.size() || chunks_[c]->recnos[i] != recno) return size_;
-  }
-  remember(recno, c, i);
-  return startOf(c) + i;
-}
-
-std::pair<size_t, size_t> IndexTag::insertOrdered(uint32_t recno) {
-  const std::string_view key = storedKey(recno);
-  if (chunks_.empty()) {  // the first row
-    chunks_.push_back(std::make_unique<Chunk>());
-    chunks_[0]->recnos.push_back(recno);
-    chunks_[0]->probes.push_back(probeOf(recno));
-    lastProbe_.assign(1, chunks_[0]->probes[0]);
-    chunkLast_.assign(1, recno);
-    size_ = 1;
-    ++layout_;
-    countsStale_ = true;
-    return {0, 0};
-  }
-  auto [c, i] = locate(key, recno, keyRef_[recno]);
-  if (c == chunks_.size()) {  // after everything: end of the last chunk
-    c = chunks_.size() - 1;
-    i = chunks_[c]->recnos.size();
-  }
-  Chunk& chunk = *chunks_[c];
-  const uint64_t word = wordAt(key, prefix_.size());
-  // A key equal to the row's neighbour's is stored once: it was the last one
-  // stored, so it goes back off the arena.
-  const uint32_t neighbour = i > 0 ? chunk.recnos[i - 1] : i < chunk.recnos.size() ? chunk.recnos[i] : 0;
-  if (neighbour && (keyRef_[recno] >> kLengthBits) + key.size() == arena_.size() && storedKey(neighbour) == key) {
-    arena_.resize(arena_.size() - key.size());
-    keyRef_[recno] = keyRef_[neighbour];
-  }
-  chunk.recnos.insert(chunk.recnos.begin() + long(i), recno);
-  chunk.probes.insert(chunk.probes.begin() + long(i), Probe{word, keyRef_[recno]});
-  if (chunk.recnos.size() > kMaxChunk) {
-    const size_t half = chunk.recnos.size() / 2;
-    auto made = std::make_unique<Chunk>();
-    Chunk& upper = *made;
-    upper.recnos.reserve(kMaxChunk);
-    upper.probes.reserve(kMaxChunk);
-    upper.recnos.assign(chunk.recnos.begin() + long(half), chunk.recnos.end());
-    upper.probes.assign(chunk.probes.begin() + long(half), chunk.probes.end());
-    chunk.recnos.resize(half);
-    chunk.probes.resize(half);
-    lastProbe_.insert(lastProbe_.begin() + long(c) + 1, upper.probes.back());
-    chunkLast_.insert(chunkLast_.begin() + long(c) + 1, upper.recnos.back());
-    chunks_.insert(chunks_.begin() + long(c) + 1, std::move(made));
-    ++layout_;
-    countsStale_ = true;  // a new chunk: counted again when next needed
-  }
-  lastProbe_[c] = chunks_[c]->probes.back();
-  chunkLast_[c] = chunks_[c]->recnos.back();
-  if (i >= chunks_[c]->recnos.size()) {  // went to the upper half
-    i -= chunks_[c]->recnos.size();
-    ++c;
-  }
-  ++size_;
-  addCount(c, 1);
-  return {c, i};
-}
-
-void IndexTag::removeOrdered(uint32_t recno) {
-  auto [c, i] = locate(storedKey(recno), recno, keyRef_[recno]);
-  if (c == chunks_.size() || chunks_[c]->recnos[i] != recno) return;
-  Chunk& chunk = *chunks_[c];
-  chunk.recnos.erase(chunk.recnos.begin() + long(i));
-  chunk.probes.erase(chunk.probes.begin() + long(i));
-  --size_;
-  if (chunk.recnos.empty()) {
-    chunks_.erase(chunks_.begin() + long(c));
-    lastProbe_.erase(lastProbe_.begin() + long(c));
-    chunkLast_.erase(chunkLast_.begin() + long(c));
-    ++layout_;
-    countsStale_ = true;
-    return;
-  }
-  lastProbe_[c] = chunk.probes.back();
-  chunkLast_[c] = chunk.recnos.back();
-  addCount(c, -1);
+  if (recno == 0 || recno > file_.recordCount() || file_.isDeleted(recno)) return rows_.size();
+  return rows_.rankOf(recno);
 }
 
 void IndexTag::insert(uint32_t recno, RowKeys* keys) {
@@ -734,26 +440,21 @@ void IndexTag::insert(uint32_t recno, RowKeys* keys) {
 void IndexTag::place(uint32_t recno, RowKeys* keys) {
   if (file_.isDeleted(recno)) return;
   storeKey(recno, file_.record(recno), keys);
-  auto [c, i] = insertOrdered(recno);
-  remember(recno, c, i);
+  rows_.insert(recno);
 }
 
 void IndexTag::update(uint32_t recno, const char* oldRecord) {
   if (!built_) return;
   if (pendingFrom_ && recno >= pendingFrom_) return;  // not placed yet: placed as it is then
-  const bool wasLive = oldRecord[0] != '*' && recno < keyRef_.size();
+  const bool wasLive = oldRecord[0] != '*' && rows_.hasKey(recno);
   const bool isLive = !file_.isDeleted(recno);
   if (wasLive && isLive) {
     scratch_.clear();
     appendRecordKey(file_, fields_, file_.record(recno), scratch_);
-    if (storedKey(recno) == scratch_) return;
+    if (rows_.keyOf(recno) == scratch_) return;
   }
-  if (wasLive) removeOrdered(recno);  // the stored key is still the old one
-  if (isLive) {
-    storeKey(recno, file_.record(recno));
-    auto [c, i] = insertOrdered(recno);
-    remember(recno, c, i);
-  }
+  if (wasLive) rows_.remove(recno);  // the stored key is still the old one
+  if (isLive) place(recno, nullptr);
 }
 
 }  // namespace dbase

@@ -73,7 +73,8 @@ MdxTag::MdxTag(const DbfFile& file, const MdxTagInfo& info, KeyExpression expres
       info_(info),
       expression_(std::move(expression)),
       pieces_(keyPieces(expression_)),
-      condition_(std::move(condition)) {}
+      condition_(std::move(condition)),
+      rows_(file.name()) {}
 
 MdxTag::~MdxTag() = default;
 
@@ -102,23 +103,12 @@ void MdxTag::ensureLoaded() {
   if (!loaded_) load();
 }
 
-void MdxTag::storeKey(uint32_t recno, std::string_view orderKey) {
-  if (keyRef_.size() <= recno) keyRef_.resize(size_t(recno) + 1, kNoKey);
-  keyRef_[recno] = uint64_t(keys_.size()) << 16 | orderKey.size();
-  keys_.append(orderKey);
-}
-
-std::string_view MdxTag::storedKey(uint32_t recno) const {
-  const uint64_t ref = keyRef_[recno];
-  return std::string_view(keys_).substr(size_t(ref >> 16), size_t(ref & 0xFFFF));
-}
-
 void MdxTag::load() {
-  order_.clear();
-  keys_.clear();
   const uint32_t count = file_.recordCount();
-  keyRef_.assign(size_t(count) + 1, kNoKey);
-  std::string orderKey;
+  rows_.clear(count);
+  std::vector<uint32_t> order;
+  std::string orderKey, previous;
+  OrderedKeys::Ref previousRef = 0;
   if (mdx_) {
     // Another program may be changing the index in place: the tree is walked
     // with the index file's lock shared (writers hold it alone), and from the
@@ -149,17 +139,20 @@ void MdxTag::load() {
     if (from) from->walk(at, [&](std::string_view key, uint32_t recno) {
       // A key for a row past the table's end or held twice is the index
       // file's fault; a deleted row is one the view does not show.
-      if (recno == 0 || recno > count || keyRef_[recno] != kNoKey || file_.isDeleted(recno)) return;
-      order_.push_back(recno);
-      orderKey.clear();
-      appendOrderKey(key, orderKey);
-      storeKey(recno, orderKey);
+      if (recno == 0 || recno > count || rows_.hasKey(recno) || file_.isDeleted(recno)) return;
+      // Rows of one key lie together: its orderable form is worked out once.
+      if (order.empty() || key != previous) {
+        orderKey.clear();
+        appendOrderKey(key, orderKey);
+        previousRef = rows_.store(orderKey);
+        previous.assign(key);
+      }
+      rows_.setRef(recno, previousRef);
+      order.push_back(recno);
     });
   }
-  rank_.assign(keyRef_.size(), kAbsent);
-  for (size_t i = 0; i < order_.size(); ++i) rank_[order_[i]] = uint32_t(i);
-  rankStale_ = false;
-  everyLiveRow_ = order_.size() == size_t(count - file_.deletedCount());
+  rows_.assign(order);
+  everyLiveRow_ = order.size() == size_t(count - file_.deletedCount());
   loaded_ = true;
 }
 
@@ -168,59 +161,39 @@ bool MdxTag::shows(uint32_t recno) const {
   return !condition_ || condition_->isTrue(file_.record(recno));
 }
 
-size_t MdxTag::position(std::string_view key, uint32_t recno) const {
-  size_t lo = 0, hi = order_.size();
-  while (lo < hi) {
-    const size_t mid = (lo + hi) / 2;
-    const int c = storedKey(order_[mid]).compare(key);
-    if (c < 0 || (c == 0 && order_[mid] < recno))
-      lo = mid + 1;
-    else
-      hi = mid;
-  }
-  return lo;
-}
-
 void MdxTag::place(uint32_t recno) {
   if (!shows(recno)) return;
   std::string stored, orderKey;
   expression_.appendKey(file_.record(recno), stored);
   appendOrderKey(stored, orderKey);
-  const size_t at = position(orderKey, recno);
   // A unique tag holds the first row of a key only, as the index file does.
-  if (info_.unique && ((at < order_.size() && storedKey(order_[at]) == orderKey) ||
-                       (at > 0 && storedKey(order_[at - 1]) == orderKey)))
-    return;
-  storeKey(recno, orderKey);
-  order_.insert(order_.begin() + long(at), recno);
-  rankStale_ = true;
+  if (info_.unique && rows_.heldByAnother(orderKey, recno)) return;
+  rows_.setKey(recno, orderKey);
+  rows_.insert(recno);
 }
 
 void MdxTag::unplace(uint32_t recno) {
-  if (recno >= keyRef_.size() || keyRef_[recno] == kNoKey) return;
-  const size_t at = position(storedKey(recno), recno);
-  if (at < order_.size() && order_[at] == recno) order_.erase(order_.begin() + long(at));
-  keyRef_[recno] = kNoKey;
-  rankStale_ = true;
+  rows_.remove(recno);
+  rows_.forgetKey(recno);
 }
 
 void MdxTag::rowsAppended(uint32_t first, uint32_t last) {
   if (!loaded_) return;
   // Many rows at once: reading the index file again costs less than
   // placing each.
-  if (size_t(last - first) + 1 > order_.size() / 8 + 64) {
+  if (size_t(last - first) + 1 > rows_.size() / 8 + 64) {
     loaded_ = false;
     return;
   }
   for (uint32_t r = first; r <= last; ++r) place(r);
-  everyLiveRow_ = everyLiveRow_ && order_.size() == size_t(file_.recordCount() - file_.deletedCount());
+  everyLiveRow_ = everyLiveRow_ && rows_.size() == size_t(file_.recordCount() - file_.deletedCount());
 }
 
 void MdxTag::rowChanged(uint32_t recno) {
   if (!loaded_) return;
   unplace(recno);
   place(recno);
-  everyLiveRow_ = order_.size() == size_t(file_.recordCount() - file_.deletedCount());
+  everyLiveRow_ = rows_.size() == size_t(file_.recordCount() - file_.deletedCount());
 }
 
 void MdxTag::retire() {
@@ -230,47 +203,32 @@ void MdxTag::retire() {
 
 size_t MdxTag::size() {
   ensureLoaded();
-  return order_.size();
+  return rows_.size();
 }
 
 uint32_t MdxTag::recnoAt(size_t rank) {
   ensureLoaded();
-  return order_[rank];
+  return rows_.recnoAt(rank);
 }
 
 std::string_view MdxTag::keyOf(uint32_t recno) {
   ensureLoaded();
-  if (recno >= keyRef_.size() || keyRef_[recno] == kNoKey) return {};
-  return storedKey(recno);
+  return rows_.keyOf(recno);
 }
 
 size_t MdxTag::rankOf(uint32_t recno) {
   ensureLoaded();
-  if (recno >= keyRef_.size() || keyRef_[recno] == kNoKey) return order_.size();
-  if (rankStale_) {
-    // Rows placed since the load moved the ranks: found by key, as a
-    // rebuild of every rank on each write would cost more than it saves.
-    const size_t at = position(storedKey(recno), recno);
-    return at < order_.size() && order_[at] == recno ? at : order_.size();
-  }
-  return rank_[recno];
+  return rows_.rankOf(recno);
 }
+
 size_t MdxTag::lowerBound(std::string_view key) {
   ensureLoaded();
-  size_t lo = 0, hi = order_.size();
-  while (lo < hi) {
-    const size_t mid = (lo + hi) / 2;
-    if (storedKey(order_[mid]) < key)
-      lo = mid + 1;
-    else
-      hi = mid;
-  }
-  return lo;
+  return rows_.lowerBound(key);
 }
 
 void MdxTag::appendAll(std::vector<uint32_t>& out) {
   ensureLoaded();
-  out.insert(out.end(), order_.begin(), order_.end());
+  rows_.appendAll(out);
 }
 
 bool MdxTag::holdsEveryLiveRow() const { return loaded_ ? everyLiveRow_ : info_.forExpression.empty() && !info_.unique; }

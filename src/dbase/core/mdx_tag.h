@@ -20,6 +20,7 @@
 
 #include "dbase/core/key_expression.h"
 #include "dbase/core/mdx_file.h"
+#include "dbase/core/ordered_keys.h"
 #include "dbase/core/tag.h"
 
 namespace dbase {
@@ -61,6 +62,8 @@ class MdxTag final : public Tag {
   void rowChanged(uint32_t recno);
   // The index file no longer has the tag: it holds no rows from now on.
   void retire();
+  // Bytes of memory the loaded tag holds, about.
+  size_t memoryBytes() const { return loaded_ ? rows_.memoryBytes() : 0; }
 
   size_t size() override;
   uint32_t recnoAt(size_t rank) override;
@@ -79,10 +82,6 @@ class MdxTag final : public Tag {
   void load();
   // Whether the view shows the row: live, and let in by the FOR condition.
   bool shows(uint32_t recno) const;
-  void storeKey(uint32_t recno, std::string_view orderKey);
-  std::string_view storedKey(uint32_t recno) const;
-  // Rank of the first entry not before (key, recno).
-  size_t position(std::string_view key, uint32_t recno) const;
   void place(uint32_t recno);
   void unplace(uint32_t recno);
   void appendOrderKey(std::string_view stored, std::string& out) const;
@@ -100,15 +99,9 @@ class MdxTag final : public Tag {
   bool loaded_ = false;
   bool everyLiveRow_ = true;
   std::optional<KeyExpression> condition_;
-  std::vector<uint32_t> order_;     // record numbers by rank
-  std::vector<uint32_t> rank_;      // rank by record number (kAbsent when not held), as loaded
-  bool rankStale_ = false;          // rows placed since: ranks are found by key
-  std::vector<uint64_t> keyRef_;    // by record number: offset in keys_ << 16 | length (kNoKey: not held)
-  std::string keys_;                // orderable keys; a replaced one stays until the next load
-  static constexpr uint64_t kNoKey = ~uint64_t(0);
+  OrderedKeys rows_;  // the rows held, by their orderable keys
   // Reused by every search: a blank row, the row searched for, its key.
   std::string blank_, scratchRecord_, scratchKey_;
-  static constexpr uint32_t kAbsent = ~uint32_t(0);
 };
 
 }  // namespace dbase

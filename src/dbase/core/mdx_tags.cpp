@@ -366,6 +366,12 @@ bool MdxTags::checkDisk() {
   return true;
 }
 
-size_t MdxTags::memoryBytes() const { return sizeof *this; }
+size_t MdxTags::memoryBytes() const {
+  size_t bytes = sizeof *this;
+  for (const auto* held : {&tags_, &retired_})
+    for (const auto& tag : *held)
+      if (tag) bytes += sizeof *tag + tag->memoryBytes();
+  return bytes;
+}
 
 }  // namespace dbase
