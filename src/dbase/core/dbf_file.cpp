@@ -27,6 +27,7 @@
 #include "dbase/core/collation.h"
 #include "dbase/core/dbase_locks.h"
 #include "dbase/core/error.h"
+#include "dbase/core/file_times.h"
 #include "dbase/core/path.h"
 
 namespace dbase {
@@ -40,10 +41,6 @@ constexpr uint64_t kMaxRecords = 1000000000ull;
 // (each keeps a descriptor open).
 constexpr uint64_t kDefaultCacheBytes = 512ull << 20;
 constexpr size_t kMaxCachedFiles = 64;
-// A file changed this recently (ns before we last looked) may change again
-// without its times showing it: they tick coarsely, and on a network share
-// by another machine's clock. Such a file is compared byte by byte.
-constexpr int64_t kUnsureChangeNs = 2'000'000'000;
 
 // Large row buffers are mapped in 2 MB steps, so that they can use huge pages
 // (one page fault per 2 MB instead of per 4 KB).
@@ -383,7 +380,7 @@ bool DbfFile::reusable() {
   bool same = fstat(fd, &st) == 0 && diskState(st) == disk_;
   // Changed in the same tick as the last change we saw, the times would not
   // show it: compare the bytes.
-  if (same && checkedAtNs_ - disk_.changeNs < kUnsureChangeNs) same = sameBytesOnDisk(fd);
+  if (same && checkedAtNs_ - disk_.changeNs < timesSettleNs(fd)) same = sameBytesOnDisk(fd);
   if (!same) {
     ::close(fd);
     return false;

@@ -10,6 +10,7 @@
 #include <ctime>
 
 #include "dbase/core/error.h"
+#include "dbase/core/file_times.h"
 #include "dbase/core/mdx_format.h"
 #include "dbase/core/mdx_io.h"
 
@@ -68,7 +69,10 @@ class MdxFile::Cursor {
     Frame frame;
     frame.page = page;
     frame.block.resize(file_.blockBytes_);
-    file_.readBlock(page, frame.block.data(), tag_.name);
+    if (readAhead)
+      readThroughWindow(page, frame.block.data());
+    else
+      file_.readBlock(page, frame.block.data(), tag_.name);
     frame.n = get32(frame.block.data());
     if (frame.n > tag_.maxKeys ||
         kNodeHeaderBytes + uint64_t(frame.n) * tag_.itemLength + 4 > file_.blockBytes_)
@@ -125,12 +129,58 @@ class MdxFile::Cursor {
   }
 
   std::vector<Frame> path;
+  // A walk of the whole tag reads ahead (see readThroughWindow); a search,
+  // which reads a node per level, reads only those.
+  bool readAhead = false;
 
  private:
+  // Nodes are read through two windows of the file: a walk goes through
+  // leaves that mostly lie side by side, and now and then steps to an
+  // interior node that lies elsewhere. A block just past a window's end
+  // refills that window with twice as many bytes, up to kMaxWindow; any
+  // other block is read alone into the window used least recently.
+  struct Window {
+    uint64_t at = 0;
+    std::vector<unsigned char> bytes;
+    uint64_t used = 0;
+    uint64_t end() const { return at + bytes.size(); }
+  };
+  static constexpr size_t kMaxWindow = size_t(256) << 10;
+
+  void readThroughWindow(uint32_t page, unsigned char* into) {
+    const uint64_t at = uint64_t(page) * kPageBytes;
+    const size_t size = file_.blockBytes_;
+    ++clock_;
+    for (Window& w : windows_)
+      if (at >= w.at && at + size <= w.end()) {
+        w.used = clock_;
+        std::memcpy(into, w.bytes.data() + (at - w.at), size);
+        return;
+      }
+    Window* w = &windows_[windows_[0].used > windows_[1].used ? 1 : 0];
+    size_t want = size;
+    for (Window& candidate : windows_)
+      if (!candidate.bytes.empty() && candidate.end() == at) {
+        w = &candidate;
+        want = std::min(kMaxWindow, std::max(size, 2 * candidate.bytes.size()));
+      }
+    want = size_t(std::max<uint64_t>(size, std::min<uint64_t>(want, file_.fileSize_ - at)));
+    w->bytes.resize(want);
+    w->at = at;
+    w->used = clock_;
+    if (!readAt(file_.fd_, at, w->bytes.data(), want)) {
+      w->bytes.clear();
+      throw Error(ErrorKind::Io, file_.name_, "índice " + tag_.name + ": " + systemError("no se puede leer una página"));
+    }
+    std::memcpy(into, w->bytes.data(), size);
+  }
+
   const MdxFile& file_;
   const MdxTagInfo& tag_;
   std::vector<bool> seen_;
   int leafDepth_ = -1;
+  Window windows_[2];
+  uint64_t clock_ = 0;
 };
 
 std::unique_ptr<MdxFile> MdxFile::open(const std::string& path) {
@@ -161,6 +211,7 @@ void MdxFile::load() {
   if (::fstat(fd_, &st) != 0) throw Error(ErrorKind::Io, name_, systemError("no se puede consultar"));
   fileSize_ = uint64_t(st.st_size);
   modifiedNs_ = modifiedNs(st);
+  settleNs_ = timesSettleNs(fd_);
   inode_ = uint64_t(st.st_ino);
   device_ = uint64_t(st.st_dev);
 
@@ -270,6 +321,7 @@ const MdxTagInfo& MdxFile::usableTag(size_t tag) const {
 void MdxFile::walk(size_t tag, const Visitor& visit) const {
   const MdxTagInfo& info = usableTag(tag);
   Cursor cursor(*this, info);
+  cursor.readAhead = true;
   cursor.enter(info.rootPage);
   cursor.descendLeftmost();
   do {
@@ -303,22 +355,19 @@ std::optional<std::pair<std::string, uint32_t>> MdxFile::lowerBound(size_t tag, 
   return std::nullopt;
 }
 
-namespace {
-constexpr int64_t kTimesSettleNs = 2000000000;  // two seconds
-}  // namespace
-
 bool MdxFile::changedOnDisk() const {
   struct stat st {};
   if (::stat(path_.c_str(), &st) != 0) return true;
   if (uint64_t(st.st_size) != fileSize_ || modifiedNs(st) != modifiedNs_ || uint64_t(st.st_ino) != inode_ ||
       uint64_t(st.st_dev) != device_)
     return true;
-  // File times tick coarsely: a change made in the same tick as our reading
-  // leaves them as they were. Only then are the tags' change counters read.
+  // File times tick coarsely (file_times.h): a change made in the same tick
+  // as our reading leaves them as they were. Only then are the tags' change
+  // counters read.
   struct timespec now {};
   clock_gettime(CLOCK_REALTIME, &now);
   const int64_t nowNs = int64_t(now.tv_sec) * 1000000000 + now.tv_nsec;
-  if (nowNs - modifiedNs_ > kTimesSettleNs) return false;
+  if (nowNs - modifiedNs_ > settleNs_) return false;
   for (size_t i = 0; i < tags_.size(); ++i) {
     if (!faults_[i].empty()) continue;
     unsigned char serial = 0;

@@ -90,6 +90,7 @@ class MdxFile {
   int fd_ = -1;
   uint64_t fileSize_ = 0;
   int64_t modifiedNs_ = 0;
+  int64_t settleNs_ = 0;  // see file_times.h
   uint64_t inode_ = 0;
   uint64_t device_ = 0;
   uint32_t blockPages_ = 0;
