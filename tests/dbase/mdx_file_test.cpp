@@ -9,9 +9,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
+#include <ctime>
 #include <filesystem>
 #include <functional>
 #include <set>
+#include <thread>
 
 #include "dbase/core/dbf_file.h"
 #include "dbase/core/error.h"
@@ -275,24 +278,62 @@ TEST_F(MdxFileTest, LowerBoundFindsTheFirstEntryAtOrAfterAKey) {
   EXPECT_EQ(hit->first.substr(0, 9), "San Diego");
 }
 
-TEST_F(MdxFileTest, ReportsAChangeOnDisk) {
-  std::string path = writeDeepIndex(dir);
-  auto file = MdxFile::open(path);
-  EXPECT_FALSE(file->changedOnDisk());
-  // The change counter bumped in place, with size and times put back.
+namespace {
+
+// Gives the file a modification time `ahead` from now: to whoever reads it,
+// it has just been written, whatever the time the test takes to get there.
+void touchAhead(const std::string& path, std::chrono::milliseconds ahead) {
+  struct timespec now {};
+  clock_gettime(CLOCK_REALTIME, &now);
+  const int64_t ns = int64_t(now.tv_sec) * 1000000000 + now.tv_nsec + int64_t(ahead.count()) * 1000000;
+  struct timespec times[2] = {{ns / 1000000000, ns % 1000000000}, {ns / 1000000000, ns % 1000000000}};
+  ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+}
+
+// Bumps the first tag's change counter in place and puts size and times back,
+// as a change made within the same tick of the file's clock leaves them.
+void bumpCounterKeepingTimes(const std::string& path, const MdxFile& file) {
   struct stat before {};
   ASSERT_EQ(::stat(path.c_str(), &before), 0);
   int fd = ::open(path.c_str(), O_WRONLY);
-  unsigned char serial = uint8_t(file->tags()[0].serial + 1);
-  ASSERT_EQ(::pwrite(fd, &serial, 1, off_t(file->tags()[0].headerPage) * 512 + 20), 1);
+  unsigned char serial = uint8_t(file.tags()[0].serial + 1);
+  ASSERT_EQ(::pwrite(fd, &serial, 1, off_t(file.tags()[0].headerPage) * 512 + 20), 1);
   struct timespec times[2] = {before.st_atim, before.st_mtim};
   ASSERT_EQ(::futimens(fd, times), 0);
   ::close(fd);
+}
+
+}  // namespace
+
+TEST_F(MdxFileTest, ReportsAChangeOnDisk) {
+  std::string path = writeDeepIndex(dir);
+  touchAhead(path, std::chrono::seconds(60));
+  auto file = MdxFile::open(path);
+  EXPECT_FALSE(file->changedOnDisk());
+  bumpCounterKeepingTimes(path, *file);
   EXPECT_TRUE(file->changedOnDisk());
   auto again = MdxFile::open(path);
   EXPECT_FALSE(again->changedOnDisk());
   writeMdx(path, "DEEP", 0x1B, {numberedTag("NAME", 10)});
   EXPECT_TRUE(again->changedOnDisk());
+}
+
+TEST_F(MdxFileTest, AChangeInTheTickOfTheLastIsFoundHoweverLateItIsLookedFor) {
+  std::string path = writeDeepIndex(dir);
+  touchAhead(path, std::chrono::milliseconds(500));
+  auto file = MdxFile::open(path);  // read within the tick of its last change
+  bumpCounterKeepingTimes(path, *file);
+  std::this_thread::sleep_for(std::chrono::milliseconds(700));  // that tick long over
+  EXPECT_TRUE(file->changedOnDisk());
+}
+
+TEST_F(MdxFileTest, AFileReadLongAfterItsLastChangeIsJudgedByItsTimes) {
+  std::string path = writeDeepIndex(dir);
+  touchAhead(path, std::chrono::seconds(-60));
+  auto file = MdxFile::open(path);
+  EXPECT_FALSE(file->changedOnDisk());
+  touchAhead(path, std::chrono::seconds(-30));  // written again
+  EXPECT_TRUE(file->changedOnDisk());
 }
 
 TEST_F(MdxFileTest, RefusesATruncatedFile) {

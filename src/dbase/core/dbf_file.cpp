@@ -65,12 +65,6 @@ std::string canonical(const std::string& path) {
 
 std::string systemError(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
 
-int64_t wallClockNs() {
-  struct timespec now {};
-  clock_gettime(CLOCK_REALTIME, &now);
-  return int64_t(now.tv_sec) * 1000000000 + now.tv_nsec;
-}
-
 bool knownVersion(uint8_t v) {
   switch (v) {
     case 0x03: case 0x83: case 0x8B: case 0x43: case 0x63: case 0xCB:  // dBase III / IV

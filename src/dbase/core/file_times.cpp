@@ -2,6 +2,8 @@
 
 #include <sys/vfs.h>
 
+#include <ctime>
+
 namespace dbase {
 
 namespace {
@@ -32,6 +34,12 @@ int64_t timesSettleNs(int fd) {
   struct statfs fs {};
   if (fstatfs(fd, &fs) != 0) return kUnknownSettleNs;
   return isLocal(int64_t(fs.f_type)) ? kLocalSettleNs : kUnknownSettleNs;
+}
+
+int64_t wallClockNs() {
+  struct timespec now {};
+  clock_gettime(CLOCK_REALTIME, &now);
+  return int64_t(now.tv_sec) * 1000000000 + now.tv_nsec;
 }
 
 }  // namespace dbase

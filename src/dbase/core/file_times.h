@@ -15,4 +15,7 @@ namespace dbase {
 // as `fd` may not show in its times.
 int64_t timesSettleNs(int fd);
 
+// The wall clock, in nanoseconds since 1970, as file times are kept.
+int64_t wallClockNs();
+
 }  // namespace dbase

@@ -212,6 +212,7 @@ void MdxFile::load() {
   fileSize_ = uint64_t(st.st_size);
   modifiedNs_ = modifiedNs(st);
   settleNs_ = timesSettleNs(fd_);
+  timesTrusted_ = wallClockNs() - modifiedNs_ > settleNs_;
   inode_ = uint64_t(st.st_ino);
   device_ = uint64_t(st.st_dev);
 
@@ -362,18 +363,19 @@ bool MdxFile::changedOnDisk() const {
       uint64_t(st.st_dev) != device_)
     return true;
   // File times tick coarsely (file_times.h): a change made in the same tick
-  // as our reading leaves them as they were. Only then are the tags' change
-  // counters read.
-  struct timespec now {};
-  clock_gettime(CLOCK_REALTIME, &now);
-  const int64_t nowNs = int64_t(now.tv_sec) * 1000000000 + now.tv_nsec;
-  if (nowNs - modifiedNs_ > settleNs_) return false;
+  // as the last one leaves them as they were. When we read the file within
+  // that tick, such a change may have come after our reading, so the tags'
+  // change counters are read, until once they were found unchanged after
+  // the tick was over: any later change shows in the times.
+  if (timesTrusted_) return false;
+  const int64_t nowNs = wallClockNs();
   for (size_t i = 0; i < tags_.size(); ++i) {
     if (!faults_[i].empty()) continue;
     unsigned char serial = 0;
     if (!readAt(fd_, uint64_t(tags_[i].headerPage) * kPageBytes + kTagSerial, &serial, 1)) return true;
     if (serial != tags_[i].serial) return true;
   }
+  timesTrusted_ = nowNs - modifiedNs_ > settleNs_;
   return false;
 }
 

@@ -91,6 +91,9 @@ class MdxFile {
   uint64_t fileSize_ = 0;
   int64_t modifiedNs_ = 0;
   int64_t settleNs_ = 0;  // see file_times.h
+  // Read, or last found unchanged, after the last change's tick was over:
+  // the times alone tell a change from then on.
+  mutable bool timesTrusted_ = false;
   uint64_t inode_ = 0;
   uint64_t device_ = 0;
   uint32_t blockPages_ = 0;
