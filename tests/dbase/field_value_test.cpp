@@ -52,3 +52,16 @@ TEST(FieldValue, WholeNumbersAreRightJustified) {
   EXPECT_EQ(written(setFieldAscii, f, "-42"), "#  -42");
   EXPECT_EQ(written(setFieldAscii, f, "042"), "#   42");
 }
+
+TEST(FieldValue, ADateMustBeADayOfTheCalendar) {
+  const FieldDescriptor f = field(FieldType::Date, 8);
+  EXPECT_EQ(written(setFieldText, f, "20260115"), "#20260115");
+  EXPECT_EQ(written(setFieldText, f, "20240229"), "#20240229");  // a leap year
+  EXPECT_EQ(written(setFieldText, f, "20000229"), "#20000229");  // every 400 years
+  for (const char* impossible : {"20260230", "20260229", "19000229", "20260431", "20261131", "20260132", "20261301",
+                                 "20260001", "20260100"}) {
+    SCOPED_TRACE(impossible);
+    EXPECT_EQ(written(setFieldText, f, impossible), "error");
+    EXPECT_EQ(written(setFieldAscii, f, impossible), "error");
+  }
+}

@@ -111,9 +111,13 @@ static bool validDate(std::string_view d) {
   if (d.size() != 8) return false;
   for (char c : d)
     if (c < '0' || c > '9') return false;
-  int month = (d[4] - '0') * 10 + (d[5] - '0');
-  int day = (d[6] - '0') * 10 + (d[7] - '0');
-  return month >= 1 && month <= 12 && day >= 1 && day <= 31;
+  const int year = (d[0] - '0') * 1000 + (d[1] - '0') * 100 + (d[2] - '0') * 10 + (d[3] - '0');
+  const int month = (d[4] - '0') * 10 + (d[5] - '0');
+  const int day = (d[6] - '0') * 10 + (d[7] - '0');
+  if (month < 1 || month > 12 || day < 1) return false;
+  static constexpr int kDays[12] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  const bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+  return day <= (month == 2 && !leap ? 28 : kDays[month - 1]);
 }
 
 void setFieldAscii(const FieldDescriptor& f, char* record, std::string_view ascii, const CodePage& cp,
