@@ -136,10 +136,15 @@ void MdxTag::load() {
         at = size_t(found);
       }
     }
+    // Rows come in key order, not by number: looking at each one's deleted
+    // flag would be a cache miss per entry, so it is done only when the
+    // table has deleted rows.
+    const bool anyDeleted = file_.deletedCount() != 0;
+    order.reserve(count);
     if (from) from->walk(at, [&](std::string_view key, uint32_t recno) {
       // A key for a row past the table's end or held twice is the index
       // file's fault; a deleted row is one the view does not show.
-      if (recno == 0 || recno > count || rows_.hasKey(recno) || file_.isDeleted(recno)) return;
+      if (recno == 0 || recno > count || rows_.hasKey(recno) || (anyDeleted && file_.isDeleted(recno))) return;
       // Rows of one key lie together: its orderable form is worked out once.
       if (order.empty() || key != previous) {
         orderKey.clear();
