@@ -114,6 +114,11 @@ TTable::TTable(QObject* owner) : QObject(owner) {}
 
 TTable::~TTable() = default;
 
+std::unique_ptr<dbase::WriteBatch> TTable::BeginWriteBatch() {
+  requireActive();
+  return std::make_unique<dbase::WriteBatch>(file());
+}
+
 dbase::DbfFile& TTable::file() const {
   requireActive();
   return cursor_->file();

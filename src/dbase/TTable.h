@@ -25,6 +25,7 @@ namespace dbase {
 class Cursor;
 class DbfFile;
 class MdxTag;
+class WriteBatch;
 struct FieldDescriptor;
 }  // namespace dbase
 
@@ -146,6 +147,9 @@ class TTable : public QObject {
   const std::vector<std::unique_ptr<TField>>& Fields() const { return fields_; }
   // Stored fields of the open file, then the calculated ones.
   QStringList FieldNames() const;
+  // A run of posts other programs see whole, the table's index file written
+  // once at its end (dbase::WriteBatch): the run lasts as long as the object.
+  std::unique_ptr<dbase::WriteBatch> BeginWriteBatch();
 
   // For TDataSource: the values of these fields at a row of the view,
   // calculated fields included, without moving the cursor.

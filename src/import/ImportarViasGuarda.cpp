@@ -14,8 +14,10 @@
 #include <stdexcept>
 
 #include "dbase/TTable.h"
+#include "dbase/core/dbf_file.h"
 #include "import/ImportarVias.h"
 #include "import/ImportarViasEspera.h"
+#include "import/OvcCallejero.h"
 #include "lookup/ClaseCodPostales.h"
 #include "lookup/CodPostalesDM.h"
 #include "platform/TStringGrid.h"
@@ -275,7 +277,15 @@ class Guardado {
 
   // Each grid row that holds a street, the progress told: a row that fails
   // is cancelled and the loop goes on with the next.
+  // The rows go to the street table as one run of writes: its index file
+  // reaches the disk once, at the end, instead of after every street.
   void PorCadaVia(EsperaDelDialogo& espera, const std::function<void(int fila)>& guarda) {
+    std::unique_ptr<dbase::WriteBatch> lote;
+    try {
+      lote = postal_->BeginWriteBatch();
+    } catch (const std::exception& e) {
+      qCWarning(lcOvc).noquote() << e.what();  // each street then waits for the table on its own
+    }
     const int filas = f_.SGVias->RowCount();
     for (int i = 1; i < filas; ++i) {
       if (SinVia(f_.SGVias, i)) continue;
@@ -285,6 +295,12 @@ class Guardado {
       } catch (const std::exception&) {
         postal_->Cancel();
       }
+    }
+    try {
+      if (lote) lote->finish();
+    } catch (const std::exception& e) {
+      // The streets are in the table; its index is written anew at its next opening.
+      qCWarning(lcOvc).noquote() << e.what();
     }
   }
 

@@ -271,3 +271,100 @@ TEST_F(IndexUpkeep, WriteCutByAnotherProgramIsMendedByTheNextWriteOfAProgramAlre
   expectIndexAsRebuilt();
   EXPECT_EQ(walkAll(dir.file("MUNI.MDX")).at("NOMBRE").size(), 5u);
 }
+
+TEST_F(IndexUpkeep, ARunOfWritesReachesTheIndexFileWhenItEnds) {
+  const auto before = walkAll(dir.file("MUNI.MDX"));
+  {
+    WriteBatch run(*file);
+    file->append(row("46", "Valencia", "790000"));
+    file->append(row("28", "Alcalá de Henares", "195000"));
+    std::string r(file->record(3), file->recordLength());
+    setFieldText(file->field("NOMBRE"), r.data(), "Aranjuez", file->codePage(), file->name());
+    file->update(3, r);
+    // Meanwhile the file is as before, marked as being written.
+    EXPECT_EQ(walkAll(dir.file("MUNI.MDX")), before);
+    EXPECT_TRUE(fs::exists(MdxTags::markFor(dir.file("MUNI.MDX"))));
+    run.finish();
+  }
+  expectIndexAsRebuilt();
+}
+
+TEST_F(IndexUpkeep, ATagFirstAskedForWithinARunSeesTheRunsRows) {
+  WriteBatch run(*file);
+  file->append(row("28", "Alcorcón", "170000"));
+  MdxTag* tag = MdxTags::of(*file).tag("PROVNOM");
+  Cursor c(file);
+  c.setOrder(*tag, tag->expression().fields());
+  ASSERT_TRUE(c.seek({"28", "Alcorcón"}, true));
+  EXPECT_EQ(c.recno(), 4u);
+  file->append(row("28", "Leganés", "190000"));  // placed in the tag as written
+  ASSERT_TRUE(c.seek({"28", "Leganés"}, true));
+  EXPECT_EQ(c.recno(), 5u);
+  EXPECT_EQ(c.count(), 5u);
+  run.finish();
+  expectIndexAsRebuilt();
+}
+
+TEST_F(IndexUpkeep, ARunHoldsTheTableSoAnotherProgramsAppendWaitsForItsEnd) {
+  // The run goes on in a child that opens the table itself: nothing of it
+  // may stay open here, or both would share one descriptor and its locks.
+  file.reset();
+  const uint64_t cacheLimit = DbfFile::cacheLimit();
+  DbfFile::setCacheLimit(0);
+  int started[2], go[2];
+  ASSERT_EQ(pipe(started), 0);
+  ASSERT_EQ(pipe(go), 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    try {
+      file = DbfFile::open(dir.file("MUNI.DBF"));
+      MdxTags::of(*file);
+      WriteBatch run(*file);
+      file->append(row("46", "Valencia", "790000"));
+      (void)!write(started[1], "x", 1);
+      char c;
+      (void)!read(go[0], &c, 1);
+      file->append(row("28", "Alcorcón", "170000"));
+      run.finish();
+    } catch (const std::exception& e) {
+      std::fprintf(stderr, "%s\n", e.what());
+      _exit(1);
+    }
+    _exit(0);
+  }
+  ::close(started[1]);  // the child gone, the reads below end
+  ::close(go[0]);
+  char c;
+  ASSERT_EQ(read(started[0], &c, 1), 1);
+  file = DbfFile::open(dir.file("MUNI.DBF"));
+  MdxTags::of(*file);
+  setLockWait(std::chrono::milliseconds(200));
+  EXPECT_THROW(file->append(row("41", "Sevilla", "680000")), Error);
+  resetLockWait();
+  ASSERT_EQ(write(go[1], "g", 1), 1);
+  int status = 0;
+  waitpid(child, &status, 0);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  file->append(row("41", "Sevilla", "680000"));  // the run is over
+  EXPECT_EQ(file->recordCount(), 6u);
+  DbfFile::setCacheLimit(cacheLimit);
+  expectIndexAsRebuilt();
+}
+
+TEST_F(IndexUpkeep, AProcessKilledWithinARunLeavesTheIndexWrittenAnewAtTheNextOpening) {
+  const pid_t child = fork();
+  if (child == 0) {
+    WriteBatch run(*file);
+    file->append(row("46", "Valencia", "790000"));
+    file->append(row("41", "Sevilla", "680000"));
+    _exit(0);  // killed before the run ends: nothing more is written
+  }
+  waitpid(child, nullptr, 0);
+  file.reset();
+  auto reopened = DbfFile::open(dir.file("MUNI.DBF"));
+  ASSERT_EQ(reopened->recordCount(), 5u);
+  MdxTags& index = MdxTags::of(*reopened);
+  ASSERT_EQ(index.warnings().size(), 1u);
+  EXPECT_EQ(walkAll(dir.file("MUNI.MDX")), rebuiltFromRows(dir.path(), "MUNI"));
+  EXPECT_EQ(walkAll(dir.file("MUNI.MDX")).at("NOMBRE").size(), 5u);
+}

@@ -729,6 +729,40 @@ void DbfFile::update(uint32_t recno, std::string_view record) {
   tellListeners([&](RowListener& l) { l.rowChanged(recno, old.data()); });
 }
 
+void DbfFile::beginWriteBatch() {
+  // The append lock first, for the whole run: the index file's lock, which a
+  // run holds from its first write to its last, is always taken after it, by
+  // us and by any program that follows the same order.
+  if (batchDepth_ == 0 && writable_) batchLock_ = std::make_unique<AppendLock>(fd_, name_);
+  ++batchDepth_;
+}
+
+void DbfFile::endWriteBatch() {
+  if (--batchDepth_ > 0) return;
+  struct LetGo {
+    std::unique_ptr<AppendLock>& lock;
+    ~LetGo() { lock.reset(); }
+  } letGo{batchLock_};
+  tellListeners([](RowListener& l) { l.writeBatchEnded(); });
+}
+
+WriteBatch::WriteBatch(DbfFile& file) : file_(file) { file_.beginWriteBatch(); }
+
+WriteBatch::~WriteBatch() {
+  if (!open_) return;
+  try {
+    finish();
+  } catch (...) {
+    // the index was left marked as being written: the next opening writes it anew
+  }
+}
+
+void WriteBatch::finish() {
+  if (!open_) return;
+  open_ = false;
+  file_.endWriteBatch();
+}
+
 void DbfFile::setProductionIndexFlags(bool present, const std::vector<bool>& fieldKeyedAlone) {
   if (!writable_) throw Error(ErrorKind::Io, name_, "la tabla es de sólo lectura");
   // Field descriptors first, the header's flag last: until it is set no

@@ -51,6 +51,8 @@ struct FieldSpec {
   uint32_t decimals = 0;
 };
 
+class AppendLock;
+
 class DbfFile {
  public:
   // Opens (or returns the already open) table at path, matched
@@ -95,6 +97,8 @@ class DbfFile {
   // header update: bulk loads. Returns the number of the first new row.
   uint32_t appendMany(std::string_view records);
   void update(uint32_t recno, std::string_view record);
+  // Whether a run of writes is under way (see WriteBatch below).
+  bool inWriteBatch() const { return batchDepth_ > 0; }
   // Marks in the header whether a production index goes with the table and
   // which fields a tag keys alone, as dBase does when it writes the index.
   void setProductionIndexFlags(bool present, const std::vector<bool>& fieldKeyedAlone);
@@ -164,6 +168,9 @@ class DbfFile {
   static void release(DbfFile* file);
 
   DbfFile() = default;
+  friend class WriteBatch;
+  void beginWriteBatch();
+  void endWriteBatch();
   class WriteAnnounced;
   void tellListeners(const std::function<void(RowListener&)>& tell);
   void load();
@@ -204,6 +211,32 @@ class DbfFile {
   std::string cacheKey_;    // canonical path
   uint64_t cachedBytes_ = 0;  // while in the cache
   std::vector<std::unique_ptr<RowListener>> listeners_;
+  int batchDepth_ = 0;
+  std::unique_ptr<AppendLock> batchLock_;  // held while a run of writes is under way
+};
+
+// A run of writes to one table that other programs see whole: the table's
+// append lock is held from the first write to the last, and what is kept
+// over the rows (the production index) reaches the disk once, when the run
+// ends, instead of after every row. The rows themselves are written one by
+// one as always. Runs nest; the outermost one ends the run. A process killed
+// within a run leaves the index to be written anew at the next opening, as
+// any cut write does. Waits for the append lock as a write does, and throws
+// dbase::Error when it does not come.
+class WriteBatch {
+ public:
+  explicit WriteBatch(DbfFile& file);
+  // Ends the run if finish() did not: a failure to bring the index up to
+  // date is then left to the next opening, which writes it anew.
+  ~WriteBatch();
+  WriteBatch(const WriteBatch&) = delete;
+  WriteBatch& operator=(const WriteBatch&) = delete;
+  // Ends the run now, throwing dbase::Error when the index cannot be written.
+  void finish();
+
+ private:
+  DbfFile& file_;
+  bool open_ = true;
 };
 
 }  // namespace dbase

@@ -104,6 +104,7 @@ void MdxTag::ensureLoaded() {
 }
 
 void MdxTag::load() {
+  if (beforeLoading_) beforeLoading_();
   const uint32_t count = file_.recordCount();
   rows_.clear(count);
   std::vector<uint32_t> order;
@@ -182,11 +183,11 @@ void MdxTag::unplace(uint32_t recno) {
   rows_.forgetKey(recno);
 }
 
-void MdxTag::rowsAppended(uint32_t first, uint32_t last) {
+void MdxTag::rowsAppended(uint32_t first, uint32_t last, bool mayReload) {
   if (!loaded_) return;
   // Many rows at once: reading the index file again costs less than
   // placing each.
-  if (size_t(last - first) + 1 > rows_.size() / 8 + 64) {
+  if (mayReload && size_t(last - first) + 1 > rows_.size() / 8 + 64) {
     loaded_ = false;
     return;
   }

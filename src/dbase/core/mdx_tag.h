@@ -13,6 +13,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -58,7 +59,11 @@ class MdxTag final : public Tag {
   // stays, the rows written having been placed with the calls below.
   void rebind(const MdxFile& mdx, size_t index);
   // This process wrote rows: place them as the index file now holds them.
-  void rowsAppended(uint32_t first, uint32_t last);
+  // `mayReload`: many rows may be taken by reading the file again rather
+  // than placed one by one (not while the file lags behind the rows).
+  void rowsAppended(uint32_t first, uint32_t last, bool mayReload = true);
+  // Called before the tag reads its rows from the index file.
+  void beforeLoading(std::function<void()> ready) { beforeLoading_ = std::move(ready); }
   void rowChanged(uint32_t recno);
   // The index file no longer has the tag: it holds no rows from now on.
   void retire();
@@ -100,6 +105,7 @@ class MdxTag final : public Tag {
   bool everyLiveRow_ = true;
   std::optional<KeyExpression> condition_;
   OrderedKeys rows_;  // the rows held, by their orderable keys
+  std::function<void()> beforeLoading_;
   // Reused by every search: a blank row, the row searched for, its key.
   std::string blank_, scratchRecord_, scratchKey_;
 };

@@ -189,6 +189,7 @@ MdxTag* MdxTags::makeTag(size_t at) {
     }
     auto tag = std::make_unique<MdxTag>(file_, info, expression, condition);
     tag->reset(*mdx_, at, std::move(expression), std::move(condition));
+    tag->beforeLoading([this] { writeOutForReading(); });
     return tag.release();
   } catch (const Error& e) {
     throw Error(e.kind(), file_.name(), where + " (" + info.expression + "): " + e.fault());
@@ -218,6 +219,7 @@ std::vector<MdxTags::Keeper> MdxTags::keepers() const {
 
 void MdxTags::beforeWrite() {
   if (!file_.hasProductionMdx()) return;  // nothing to keep
+  if (writeUnderWay_) return;  // a run's earlier write holds the lock and left the mark
   auto refuse = [&] {
     return Error(ErrorKind::NotSupported, file_.name(),
                  (problem_.empty() ? std::string("la tabla anuncia un índice de producción que no se puede leer")
@@ -262,7 +264,7 @@ void MdxTags::beforeWrite() {
 }
 
 void MdxTags::writeAbandoned() {
-  if (!writeUnderWay_) return;
+  if (!writeUnderWay_ || file_.inWriteBatch()) return;  // a run's end lets go
   writeUnderWay_ = false;
   std::filesystem::remove(markFor(path_));
   lock_.reset();
@@ -281,12 +283,39 @@ void MdxTags::abandonCutWrite() {
 constexpr size_t kNodesKept = 1024;
 
 void MdxTags::endWrite() {
-  update_->flush();
-  update_->trimCache(kNodesKept);
-  rereadOwnWrite();
+  if (file_.inWriteBatch()) return;  // written when the run ends
+  writeOut();
   std::filesystem::remove(markFor(path_));
   writeUnderWay_ = false;
   lock_.reset();
+}
+
+void MdxTags::writeOut() {
+  update_->flush();
+  update_->trimCache(kNodesKept);
+  rereadOwnWrite();
+}
+
+void MdxTags::writeBatchEnded() {
+  if (!writeUnderWay_) return;
+  try {
+    endWrite();
+  } catch (...) {
+    abandonCutWrite();
+    throw;
+  }
+}
+
+// A tag read from the file within a run sees the run's writes so far: they
+// are written out first, the lock and the mark kept for the rest of the run.
+void MdxTags::writeOutForReading() {
+  if (!writeUnderWay_ || !file_.inWriteBatch()) return;
+  try {
+    writeOut();
+  } catch (...) {
+    abandonCutWrite();
+    throw;
+  }
 }
 
 void MdxTags::rereadOwnWrite() {
@@ -320,8 +349,10 @@ void MdxTags::rowsAppended(uint32_t first, uint32_t last) {
     abandonCutWrite();
     throw;
   }
+  // Within a run the file lags behind the rows: every row is placed, none
+  // read back from it.
   for (auto& t : tags_)
-    if (t) t->rowsAppended(first, last);
+    if (t) t->rowsAppended(first, last, !file_.inWriteBatch());
 }
 
 void MdxTags::rowChanged(uint32_t recno, const char* oldRecord) {
@@ -353,7 +384,23 @@ void MdxTags::rowChanged(uint32_t recno, const char* oldRecord) {
     if (t) t->rowChanged(recno);
 }
 
-void MdxTags::rowsReloaded() { read(); }
+void MdxTags::rowsReloaded() {
+  // Another program changed the rows within one of our runs of writes: what
+  // the run wrote so far goes to the file and the run lets go before the
+  // file is read again (its next write starts afresh).
+  if (writeUnderWay_) {
+    try {
+      writeOut();
+    } catch (...) {
+      abandonCutWrite();  // the mark stays: reading again writes the index anew
+      return;
+    }
+    std::filesystem::remove(markFor(path_));
+    writeUnderWay_ = false;
+    lock_.reset();
+  }
+  read();
+}
 
 bool MdxTags::checkDisk() {
   if (repairing_ || writeUnderWay_) return false;

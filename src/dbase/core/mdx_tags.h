@@ -15,6 +15,9 @@
 //   rowsAppended  every tag's entries inserted (FOR condition, unique tags
 //   rowChanged    as dBase has them) and written, the mark removed, the
 //                 lock let go
+// Within a run of writes (WriteBatch) the lock and the mark stay from the
+// first write to the last, and the entries reach the file when the run ends
+// (writeBatchEnded), or before a tag is read from the file meanwhile.
 // A process killed in between leaves the mark: the next opening that finds
 // it with nobody holding the index's lock writes the index anew from the
 // rows and says so in warnings().
@@ -66,6 +69,7 @@ class MdxTags : public RowListener {
   bool keepsProductionIndex() const override { return present(); }
   void beforeWrite() override;
   void writeAbandoned() override;
+  void writeBatchEnded() override;
   void rowsAppended(uint32_t first, uint32_t last) override;
   void rowChanged(uint32_t recno, const char* oldRecord) override;
   void rowsReloaded() override;
@@ -88,6 +92,9 @@ class MdxTags : public RowListener {
   // rows kept (they were placed as written).
   void rereadOwnWrite();
   void endWrite();
+  // The changes made so far written, the file read again.
+  void writeOut();
+  void writeOutForReading();
   void abandonCutWrite();
 
   DbfFile& file_;

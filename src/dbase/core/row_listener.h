@@ -25,6 +25,9 @@ class RowListener {
   // be written after all; rowsAppended or rowChanged when they were.
   virtual void beforeWrite() {}
   virtual void writeAbandoned() {}
+  // The last write of a run (WriteBatch) is done: what the listener kept
+  // back from the run's writes is written now. Throws when it cannot be.
+  virtual void writeBatchEnded() {}
   // Every row was read anew from disk: another program changed the file.
   virtual void rowsReloaded() = 0;
   // Before the file looks at the disk for other programs' changes: the
