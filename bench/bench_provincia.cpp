@@ -33,6 +33,7 @@
 #include "dbase/core/codepage.h"
 #include "dbase/core/dbf_file.h"
 #include "dbase/core/field_value.h"
+#include "dbase/core/mdx_build.h"
 #include "dbase/TTable.h"
 #include "import/ImportarVias.h"
 #include "lookup/ClaseCodPostales.h"
@@ -150,7 +151,7 @@ struct Provincia {
     fs::remove_all(carpeta);
     fs::create_directories(fs::path(carpeta) / "Postales");
     for (const char* tabla : {"PROVIN.DBF", "TIPO_VIA.DBF", "MUNICIMJ.DBF"})
-      fs::copy_file(fs::path(bench::datos()) / tabla, fs::path(carpeta) / tabla);
+      bench::copiaTabla((fs::path(bench::datos()) / tabla).string(), (fs::path(carpeta) / tabla).string());
     copiaCalles();
 
     const QStringList nombres = nombresDelServicio();
@@ -164,9 +165,8 @@ struct Provincia {
   // The street files as the national set has them: the province's, which the
   // run writes to, and the folder's POSTAL.DBF, which the controller opens.
   void copiaCalles() const {
-    const auto opcion = fs::copy_options::overwrite_existing;
-    fs::copy_file(fs::path(bench::datos()) / "POSTAL.DBF", fs::path(carpeta) / "POSTAL.DBF", opcion);
-    fs::copy_file(calleNacional(), fs::path(carpeta) / "Postales" / "POSTAL09.DBF", opcion);
+    bench::copiaTabla((fs::path(bench::datos()) / "POSTAL.DBF").string(), (fs::path(carpeta) / "POSTAL.DBF").string());
+    bench::copiaTabla(calleNacional().string(), (fs::path(carpeta) / "Postales" / "POSTAL09.DBF").string());
   }
 
   static fs::path calleNacional() { return fs::path(bench::datos()) / "Postales" / "POSTAL09.DBF"; }
@@ -270,6 +270,8 @@ struct Provincia {
       filas.append(nacional->record(i), nacional->recordLength());
     }
     nuevo->appendMany(filas);
+    // With the national set's production index when it has one.
+    if (nacional->hasProductionMdx()) dbase::rebuildProductionIndex(*nuevo, dbase::productionTags(*nacional));
     filasMunicipi = int(nuevo->recordCount());
   }
 

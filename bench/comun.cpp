@@ -172,17 +172,21 @@ void mideBusquedas(benchmark::State& state, dbase::Cursor& cursor,
   ponPercentiles(state, muestras);
 }
 
-std::string copiaEnTemporal(const std::string& origen, const std::string& nombre) {
+void copiaTabla(const std::string& origen, const std::string& destino) {
   auto copia = [](const std::string& de, const std::string& a) {
     fs::copy_file(de, a, fs::copy_options::overwrite_existing);
     if (std::find(gCreados.begin(), gCreados.end(), a) == gCreados.end()) gCreados.push_back(a);
   };
-  const std::string destino = (fs::path(temporal()) / nombre).string();
   copia(origen, destino);
   // A table goes with its production index, under the copy's name.
   const fs::path indice = fs::path(origen).replace_extension(".MDX");
   if (fs::path(origen).extension() == ".DBF" && fs::exists(indice))
     copia(indice.string(), fs::path(destino).replace_extension(".MDX").string());
+}
+
+std::string copiaEnTemporal(const std::string& origen, const std::string& nombre) {
+  const std::string destino = (fs::path(temporal()) / nombre).string();
+  copiaTabla(origen, destino);
   return destino;
 }
 

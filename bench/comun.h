@@ -43,8 +43,10 @@ const std::string& temporal(); // this run's temporary folder
 // province files one after the other, largest first. Made once per process;
 // named POSTAL00.DBF so that it gets the street tags.
 std::string callejeroDeFilas(size_t filas);
-// Copies a file into the temporary folder under `nombre` (overwriting); a
-// table's production index goes with it.
+// A table copied to `destino` (overwriting), its production index with it
+// under the copy's name when it has one.
+void copiaTabla(const std::string& origen, const std::string& destino);
+// The same into the temporary folder under `nombre`.
 std::string copiaEnTemporal(const std::string& origen, const std::string& nombre);
 
 // The rows the append benchmarks take from the source table, the same for
