@@ -15,6 +15,8 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <memory>
 #include <random>
 #include <set>
 #include <sstream>
@@ -81,7 +83,8 @@ std::string limpio(const DbfFile& f, int campo, uint32_t recno) {
 void escribeInforme(const std::string& ruta, const std::string& texto) { std::ofstream(ruta) << texto; }
 
 // A writer: rows desde..hasta-1 in batches of 1 to 20 (a third of them
-// single rows); a byte to `avance` after each write when it is given.
+// single rows, a sixth runs of single rows); a byte to `avance` after each
+// write when it is given.
 int escritor(const std::string& tabla, int w, uint64_t semilla, const std::string& informe, int desde = 0,
              int hasta = kFilasPorEscritor, int avance = -1) {
   try {
@@ -89,23 +92,34 @@ int escritor(const std::string& tabla, int w, uint64_t semilla, const std::strin
     auto f = DbfFile::open(tabla);
     MdxTags& indice = MdxTags::of(*f);
     int escrituras = 0, rechazadas = 0;
+    // Three others appending without pause may hold the locks past the
+    // wait allowed: the write is refused whole, and tried again as the
+    // message asks; the rows must then be there once.
+    auto conReintentos = [&](const std::function<void()>& escribe) {
+      for (;;) {
+        try {
+          escribe();
+          return;
+        } catch (const Error& e) {
+          if (e.kind() != ErrorKind::Io || ++rechazadas > 20) throw;
+        }
+      }
+    };
     for (int n = desde; n < hasta;) {
       const int lote = azar() % 3 == 0 ? 1 : std::min(hasta - n, int(2 + azar() % 19));
       std::string filas;
       for (int i = 0; i < lote; ++i) filas += fila(*f, w, n + i);
-      // Three others appending without pause may hold the locks past the
-      // wait allowed: the write is refused whole, and tried again as the
-      // message asks; the rows must then be there once.
-      for (;;) {
-        try {
-          if (lote == 1)
-            f->append(filas);
-          else
-            f->appendMany(filas);
-          break;
-        } catch (const Error& e) {
-          if (e.kind() != ErrorKind::Io || ++rechazadas > 20) throw;
-        }
+      if (lote == 1) {
+        conReintentos([&] { f->append(filas); });
+      } else if (azar() % 4 == 0) {
+        // A run of single rows, its index written at its end.
+        std::unique_ptr<WriteBatch> run;
+        conReintentos([&] { run = std::make_unique<WriteBatch>(*f); });
+        for (int i = 0; i < lote; ++i)
+          conReintentos([&] { f->append(filas.substr(size_t(i) * f->recordLength(), f->recordLength())); });
+        run->finish();
+      } else {
+        conReintentos([&] { f->appendMany(filas); });
       }
       n += lote;
       ++escrituras;
