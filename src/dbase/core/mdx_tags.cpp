@@ -278,9 +278,10 @@ void MdxTags::abandonCutWrite() {
   read();
 }
 
-// Nodes kept between writes, at most: the paths the next rows are likely to
-// take again, without making every write walk a large cache.
-constexpr size_t kNodesKept = 1024;
+// Nodes kept between writes, at most: enough for the whole index of the
+// largest street table (about 45,000 blocks of 1 KB), so that a long run of
+// writes reads each block once; past it, unchanged leaves are dropped.
+constexpr size_t kNodesKept = size_t(1) << 16;
 
 void MdxTags::endWrite() {
   if (file_.inWriteBatch()) return;  // written when the run ends
@@ -331,17 +332,20 @@ void MdxTags::rowsAppended(uint32_t first, uint32_t last) {
     return;
   }
   try {
-    std::string key;
+    // Each tag's new entries go in together, by key.
+    std::string keys;
+    std::vector<uint32_t> recnos;
     for (size_t t = 0; t < writing_.size(); ++t) {
       const Keeper& k = writing_[t];
+      keys.clear();
+      recnos.clear();
       for (uint32_t r = first; r <= last; ++r) {
         const char* record = file_.record(r);
         if (k.condition && !k.condition->isTrue(record)) continue;
-        key.clear();
-        k.key.appendKey(record, key);
-        if (k.unique && update_->containsKey(t, key)) continue;  // dBase indexes a key's first row only
-        update_->insert(t, key, r);
+        k.key.appendKey(record, keys);
+        recnos.push_back(r);
       }
+      update_->insertAppended(t, keys, recnos, k.unique);
     }
     endWrite();
   } catch (...) {
