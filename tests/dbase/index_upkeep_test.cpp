@@ -259,6 +259,33 @@ TEST_F(IndexUpkeep, WriteCutBetweenRowsAndIndexIsNoticedAndTheIndexWrittenAnew) 
   EXPECT_FALSE(fs::exists(MdxTags::markFor(dir.file("MUNI.MDX"))));
 }
 
+// A writer of this engine killed right after leaving its mark: the index
+// file is whole (the mark is only another name of it), and the next reading
+// of the index writes it anew all the same and takes the mark away.
+TEST_F(IndexUpkeep, WriterKilledAfterItsMarkLeavesTheIndexWholeAndTheNextOpeningMendsIt) {
+  const std::string mdx = dir.file("MUNI.MDX");
+  const auto before = walkAll(mdx);
+  const pid_t child = fork();
+  if (child == 0) {
+    MdxTags::of(*file).beforeWrite();
+    _exit(fs::exists(MdxTags::markFor(mdx)) ? 0 : 1);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "the writer left no mark";
+  ASSERT_TRUE(fs::exists(MdxTags::markFor(mdx)));
+  EXPECT_EQ(walkAll(mdx), before);
+  MdxTags& index = MdxTags::of(*file);
+  index.rowsReloaded();  // the index read again, as an opening reads it
+  ASSERT_EQ(index.warnings().size(), 1u);
+  EXPECT_NE(index.warnings()[0].find("se ha rehecho"), std::string::npos) << index.warnings()[0];
+  EXPECT_EQ(walkAll(mdx), before);
+  EXPECT_FALSE(fs::exists(MdxTags::markFor(mdx)));
+  file->append(row("41", "Sevilla", "680000"));
+  EXPECT_FALSE(fs::exists(MdxTags::markFor(mdx)));
+  EXPECT_EQ(walkAll(mdx).at("NOMBRE").size(), 4u);
+}
+
 TEST_F(IndexUpkeep, WriteCutByAnotherProgramIsMendedByTheNextWriteOfAProgramAlreadyOpen) {
   // This process has the table open with its index kept when another
   // program's writer is killed half-way.

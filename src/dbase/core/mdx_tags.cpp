@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cctype>
+#include <cerrno>
 #include <filesystem>
 
 #include "dbase/core/dbf_file.h"
@@ -40,6 +41,19 @@ bool indexLockHeld(const std::string& path) {
   const bool held = ::fcntl(fd, F_OFD_GETLK, &probe) == 0 && probe.l_type != F_UNLCK;
   ::close(fd);
   return held;
+}
+
+// The mark of a write under way: a second name of the index file itself,
+// since making a link and removing it costs a fraction of making and removing
+// a new file (an inode each time); an empty file where the file system has
+// no links. A mark already there (another program's) serves as it is.
+bool leaveMark(const std::string& mdxPath) {
+  const std::string mark = MdxTags::markFor(mdxPath);
+  if (::link(mdxPath.c_str(), mark.c_str()) == 0 || errno == EEXIST) return true;
+  const int fd = ::open(mark.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+  if (fd < 0) return false;
+  ::close(fd);
+  return true;
 }
 
 }  // namespace
@@ -253,9 +267,8 @@ void MdxTags::beforeWrite() {
         });
       }
     }
-    const int mark = ::open(markFor(path_).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
-    if (mark < 0) throw Error(ErrorKind::Io, file_.name(), "no se puede dejar la marca de escritura junto a " + path_);
-    ::close(mark);
+    if (!leaveMark(path_))
+      throw Error(ErrorKind::Io, file_.name(), "no se puede dejar la marca de escritura junto a " + path_);
     writeUnderWay_ = true;
   } catch (...) {
     lock_.reset();

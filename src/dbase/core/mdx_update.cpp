@@ -108,6 +108,8 @@ std::string_view MdxUpdate::orderAt(Node& node, size_t i) {
   Node::Span& span = node.spans[i];
   if (span.length == Node::kUnknown) {
     const size_t from = node.orders.size();
+    // Room for the few order keys a search meets, taken at once.
+    if (node.orders.capacity() < from + 4u * node.keyLength) node.orders.reserve(from + 8u * node.keyLength);
     state_[node.tag].order(node.key(i), node.orders);
     span = {uint32_t(from), uint32_t(node.orders.size() - from)};
   }
@@ -415,6 +417,8 @@ void MdxUpdate::flush() {
 
   if (!fileChanged_) return;
   unsigned char* f = fileHeader_.data();
+  unsigned char before[kOffUpdated + 3 - kOffTotalPages];
+  std::memcpy(before, f + kOffTotalPages, sizeof before);
   put32(f + kOffTotalPages, totalPages_);
   put32(f + kOffFirstFree, free_.empty() ? (freeLoaded_ ? 0 : diskFreeHead_) : free_.back());
   std::time_t now = std::time(nullptr);
@@ -423,7 +427,9 @@ void MdxUpdate::flush() {
   f[kOffUpdated] = uint8_t(today.tm_year);
   f[kOffUpdated + 1] = uint8_t(today.tm_mon + 1);
   f[kOffUpdated + 2] = uint8_t(today.tm_mday);
-  if (!writeAt(fd_, kOffTotalPages, f + kOffTotalPages, kOffUpdated + 3 - kOffTotalPages))
+  // Rows written into room the file already had leave its header as it was.
+  if (std::memcmp(before, f + kOffTotalPages, sizeof before) != 0 &&
+      !writeAt(fd_, kOffTotalPages, f + kOffTotalPages, kOffUpdated + 3 - kOffTotalPages))
     fail("no se puede escribir la cabecera del fichero");
   fileChanged_ = false;
 }

@@ -231,6 +231,8 @@ class MdxUpdate {
   bool freeLoaded_ = false;
   bool fileChanged_ = false;
   std::string scratch_;  // the order key of the key being inserted or removed
+  std::string highKey_, highOrder_;    // raiseHigh(): the new highest key
+  std::string splitKey_, splitOrder_;  // split(): the left half's highest key
   Path walk_;            // the path of the change under way
   std::string batchOrders_;               // insertAppended(): the rows' order keys
   std::vector<uint32_t> batchEnds_;       // where each ends

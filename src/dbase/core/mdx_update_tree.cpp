@@ -70,7 +70,11 @@ MdxUpdate::Path& MdxUpdate::descend(size_t tag, std::string_view order, uint32_t
 // as a child's highest key take it, up to the first one where that child is
 // not the last.
 void MdxUpdate::raiseHigh(Path& path, size_t level, std::string_view key, std::string_view order) {
-  const std::string keyCopy(key), orderCopy(order);  // they may lie in a node changed here
+  // They may lie in a node changed here.
+  std::string& keyCopy = highKey_;
+  std::string& orderCopy = highOrder_;
+  keyCopy.assign(key);
+  orderCopy.assign(order);
   for (size_t l = level; l > 0; --l) {
     Node& parent = *path[l - 1].node;
     const size_t child = path[l - 1].child;
@@ -95,9 +99,16 @@ void MdxUpdate::split(size_t tag, Path& path, size_t level) {
   right.dirty = true;
   right.keyLength = left.keyLength;
   right.word4 = leftPage;
+  const size_t room = tags_[tag].maxKeys + 2u;
+  right.pointers.reserve(room);
+  right.spans.reserve(room);
+  right.keys.reserve(room * left.keyLength);
   left.moveTail(left.size() / 2, right);
   markDirty(left);
-  const std::string upKey(left.key(left.size() - 1)), upOrder(orderAt(left, left.size() - 1));
+  std::string& upKey = splitKey_;
+  std::string& upOrder = splitOrder_;
+  upOrder.assign(orderAt(left, left.size() - 1));
+  upKey.assign(left.key(left.size() - 1));
   store(rightPage, std::move(right));
 
   if (level == 0) {
