@@ -12,6 +12,7 @@
 #include <chrono>
 #include <filesystem>
 #include <map>
+#include <random>
 
 #include "dbase/TTable.h"
 #include "dbase/core/cursor.h"
@@ -120,6 +121,27 @@ TEST_F(IndexUpkeep, AppendedRowsLandInEveryTagWithConditionsAndUniqueKeysAsDbase
   const auto walked = walkAll(dir.file("MUNI.MDX"));
   EXPECT_EQ(walked.at("UNAPROV").size(), 4u);  // 28, 08, 46, 41
   EXPECT_EQ(walked.at("GRANDES").size(), 6u);  // all but Écija
+}
+
+// Batches of every size, rows repeating names and provinces: each tag
+// (upper-cased, compound, descending, with a FOR condition, unique) holds
+// what writing the index whole from the rows gives.
+TEST_F(IndexUpkeep, AppendsInBatchesOfAnySizeLeaveTheIndexAsWritingItWholeWould) {
+  std::mt19937 rng(1234);
+  const char* const names[] = {"Ávila", "avila", "Ñora", "nora", "Peña", "Pena", "Zamora", "Lugo", "León", "leon"};
+  const char* const provinces[] = {"05", "28", "30", "49", "27", "24"};
+  for (int batch = 0; batch < 12; ++batch) {
+    const int rows = batch % 4 == 0 ? 1 : int(1 + rng() % 300);
+    std::string records;
+    for (int i = 0; i < rows; ++i)
+      records += row(provinces[rng() % std::size(provinces)],
+                     std::string(names[rng() % std::size(names)]) + " " + std::to_string(rng() % 50),
+                     std::to_string(rng() % 300000));
+    file->appendMany(records);
+    if (batch % 4 == 3) expectIndexAsRebuilt();
+  }
+  EXPECT_GT(file->recordCount(), 600u);
+  expectIndexAsRebuilt();
 }
 
 TEST_F(IndexUpkeep, EditOfAKeyFieldMovesTheRowInEveryTag) {

@@ -659,6 +659,8 @@ TEST_F(MdxUpdateTest, TrimmingTheCacheDropsUnchangedLeavesOnly) {
   EXPECT_EQ(update->verify(0), "");  // reads every node
   const size_t all = update->cachedNodes();
   ASSERT_GT(all, 400u);
+  const size_t bytesAll = update->memoryBytes();
+  EXPECT_GT(bytesAll, all * 1024) << "at least a block's worth for each node";
   update->insert(0, paddedKey("K000500", 20), 20001);  // a full leaf split in two
   ASSERT_EQ(update->cachedNodes(), all + 1);
   update->trimCache(all + 1);
@@ -671,6 +673,7 @@ TEST_F(MdxUpdateTest, TrimmingTheCacheDropsUnchangedLeavesOnly) {
   const size_t kept = update->cachedNodes();
   EXPECT_GE(kept, 2u + 12u);
   EXPECT_LT(kept, 2u + 20u);
+  EXPECT_LT(update->memoryBytes(), bytesAll / 10);
   update->flush();
   auto expected = numbered(20000);
   expected.insert(expected.begin() + 500, {paddedKey("K000500", 20), 20001});

@@ -431,7 +431,7 @@ bool MdxTags::checkDisk() {
 }
 
 size_t MdxTags::memoryBytes() const {
-  size_t bytes = sizeof *this;
+  size_t bytes = sizeof *this + (update_ ? update_->memoryBytes() : 0);
   for (const auto* held : {&tags_, &retired_})
     for (const auto& tag : *held)
       if (tag) bytes += sizeof *tag + tag->memoryBytes();

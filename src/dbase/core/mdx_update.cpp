@@ -329,6 +329,15 @@ void MdxUpdate::forget(uint32_t page) {
   }
 }
 
+size_t MdxUpdate::memoryBytes() const {
+  size_t bytes = sizeof *this + cache_.capacity() * sizeof cache_[0];
+  for (const auto& node : cache_)
+    if (node)
+      bytes += sizeof *node + node->pointers.capacity() * sizeof(uint32_t) + node->keys.capacity() +
+               node->orders.capacity() + node->spans.capacity() * sizeof(Node::Span);
+  return bytes;
+}
+
 void MdxUpdate::trimCache(size_t keepAtMost) {
   if (cachedCount_ <= keepAtMost) return;
   for (uint32_t page = 0; page < cache_.size() && cachedCount_ > keepAtMost / 2; ++page) {

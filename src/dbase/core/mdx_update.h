@@ -77,8 +77,9 @@ class MdxUpdate {
   // When more than this many nodes are kept, forgets unchanged leaves until
   // half as many are left (interior nodes, few and on every path, stay).
   void trimCache(size_t keepAtMost);
-  // Nodes held in memory.
+  // Nodes held in memory, and about how many bytes they take.
   size_t cachedNodes() const { return cachedCount_; }
+  size_t memoryBytes() const;
 
   // The first broken rule of a tag's tree, walked from the root through the
   // changes not yet flushed: entries out of order, an interior key that is
