@@ -379,7 +379,7 @@ void MdxUpdate::flush() {
   pages.erase(std::unique(pages.begin(), pages.end()), pages.end());
 
   std::unordered_map<uint32_t, uint32_t> linkOf;  // free page -> next free page
-  for (size_t i = 0; i < free_.size(); ++i)
+  for (size_t i = 0; i < free_.size() && !freedHere_.empty(); ++i)
     if (freedHere_.count(free_[i])) linkOf[free_[i]] = i > 0 ? free_[i - 1] : freeLoaded_ ? 0 : diskFreeHead_;
 
   // Blocks on adjacent pages go out in one write.
