@@ -51,17 +51,13 @@ class MdxUpdate {
   // Inserts (key, recno) after every entry whose order key is smaller, or
   // equal with a lower record number. The key is keyLength bytes.
   void insert(size_t tag, std::string_view key, uint32_t recno);
-  // Inserts (key, recno) after every entry whose order key is smaller or
-  // equal, without looking at their record numbers: for a row appended,
-  // whose record number is higher than any the tag holds. Rows appended
-  // together go in by increasing record number among equal keys.
-  void insertLast(size_t tag, std::string_view key, uint32_t recno);
   // The entries of rows appended together: keyLength bytes of key for each
   // record number, the record numbers increasing and higher than any the
-  // tag holds. They go in by key order, each insert finding the nodes the
-  // one before went through still in the processor's cache. With `unique`,
-  // a row whose key the tag holds already, or an earlier row of these holds,
-  // is left out (dBase indexes a key's first row only).
+  // tag holds. Each goes after every entry of an equal order key without
+  // comparing record numbers, and they go in by key order (neighbouring
+  // inserts go through the same interior nodes). With `unique`, a row whose
+  // key the tag holds already, or an earlier row of these holds, is left out
+  // (dBase indexes a key's first row only).
   void insertAppended(size_t tag, std::string_view keys, const std::vector<uint32_t>& recnos, bool unique);
   // Removes the entry with this key and record number; false when there is
   // none (nothing changes).
@@ -231,12 +227,12 @@ class MdxUpdate {
   uint32_t diskFreeHead_ = 0;
   bool freeLoaded_ = false;
   bool fileChanged_ = false;
-  std::string scratch_;  // the order key of the key being inserted or removed
-  std::string highKey_, highOrder_;    // raiseHigh(): the new highest key
-  std::string splitKey_, splitOrder_;  // split(): the left half's highest key
-  Path walk_;            // the path of the change under way
-  std::string batchOrders_;               // insertAppended(): the rows' order keys
-  std::vector<uint32_t> batchEnds_;       // where each ends
+  std::string scratch_;                  // the order key of the key being inserted or removed
+  std::string highKey_, highOrder_;      // raiseHigh(): the new highest key
+  std::string splitKey_, splitOrder_;    // split(): the left half's highest key
+  Path walk_;                            // the path of the change under way
+  std::string batchOrders_;              // insertAppended(): the rows' order keys
+  std::vector<uint32_t> batchEnds_;      // where each ends
   std::vector<uint32_t> batchSequence_;  // the rows by key
 };
 

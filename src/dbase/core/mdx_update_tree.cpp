@@ -183,13 +183,6 @@ void MdxUpdate::insert(size_t tag, std::string_view key, uint32_t recno) {
   insertAt(tag, key, scratch_, recno, Seek::Entry);
 }
 
-void MdxUpdate::insertLast(size_t tag, std::string_view key, uint32_t recno) {
-  usable(tag);
-  checkedKey(tag, key);
-  orderOf(tag, key, scratch_);
-  insertAt(tag, key, scratch_, recno, Seek::PastAll);
-}
-
 void MdxUpdate::insertAppended(size_t tag, std::string_view keys, const std::vector<uint32_t>& recnos, bool unique) {
   TagState& s = usable(tag);
   const size_t length = tags_[tag].keyLength;
