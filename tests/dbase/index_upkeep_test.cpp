@@ -12,6 +12,7 @@
 #include <chrono>
 #include <filesystem>
 #include <map>
+#include <random>
 
 #include "dbase/TTable.h"
 #include "dbase/core/cursor.h"
@@ -120,6 +121,27 @@ TEST_F(IndexUpkeep, AppendedRowsLandInEveryTagWithConditionsAndUniqueKeysAsDbase
   const auto walked = walkAll(dir.file("MUNI.MDX"));
   EXPECT_EQ(walked.at("UNAPROV").size(), 4u);  // 28, 08, 46, 41
   EXPECT_EQ(walked.at("GRANDES").size(), 6u);  // all but Écija
+}
+
+// Batches of every size, rows repeating names and provinces: each tag
+// (upper-cased, compound, descending, with a FOR condition, unique) holds
+// what writing the index whole from the rows gives.
+TEST_F(IndexUpkeep, AppendsInBatchesOfAnySizeLeaveTheIndexAsWritingItWholeWould) {
+  std::mt19937 rng(1234);
+  const char* const names[] = {"Ávila", "avila", "Ñora", "nora", "Peña", "Pena", "Zamora", "Lugo", "León", "leon"};
+  const char* const provinces[] = {"05", "28", "30", "49", "27", "24"};
+  for (int batch = 0; batch < 12; ++batch) {
+    const int rows = batch % 4 == 0 ? 1 : int(1 + rng() % 300);
+    std::string records;
+    for (int i = 0; i < rows; ++i)
+      records += row(provinces[rng() % std::size(provinces)],
+                     std::string(names[rng() % std::size(names)]) + " " + std::to_string(rng() % 50),
+                     std::to_string(rng() % 300000));
+    file->appendMany(records);
+    if (batch % 4 == 3) expectIndexAsRebuilt();
+  }
+  EXPECT_GT(file->recordCount(), 600u);
+  expectIndexAsRebuilt();
 }
 
 TEST_F(IndexUpkeep, EditOfAKeyFieldMovesTheRowInEveryTag) {
@@ -257,6 +279,33 @@ TEST_F(IndexUpkeep, WriteCutBetweenRowsAndIndexIsNoticedAndTheIndexWrittenAnew) 
   EXPECT_EQ(walkAll(dir.file("MUNI.MDX")), rebuiltFromRows(dir.path(), "MUNI"));
   EXPECT_EQ(walkAll(dir.file("MUNI.MDX")).at("NOMBRE").size(), 4u);
   EXPECT_FALSE(fs::exists(MdxTags::markFor(dir.file("MUNI.MDX"))));
+}
+
+// A writer of this engine killed right after leaving its mark: the index
+// file is whole (the mark is only another name of it), and the next reading
+// of the index writes it anew all the same and takes the mark away.
+TEST_F(IndexUpkeep, WriterKilledAfterItsMarkLeavesTheIndexWholeAndTheNextOpeningMendsIt) {
+  const std::string mdx = dir.file("MUNI.MDX");
+  const auto before = walkAll(mdx);
+  const pid_t child = fork();
+  if (child == 0) {
+    MdxTags::of(*file).beforeWrite();
+    _exit(fs::exists(MdxTags::markFor(mdx)) ? 0 : 1);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "the writer left no mark";
+  ASSERT_TRUE(fs::exists(MdxTags::markFor(mdx)));
+  EXPECT_EQ(walkAll(mdx), before);
+  MdxTags& index = MdxTags::of(*file);
+  index.rowsReloaded();  // the index read again, as an opening reads it
+  ASSERT_EQ(index.warnings().size(), 1u);
+  EXPECT_NE(index.warnings()[0].find("se ha rehecho"), std::string::npos) << index.warnings()[0];
+  EXPECT_EQ(walkAll(mdx), before);
+  EXPECT_FALSE(fs::exists(MdxTags::markFor(mdx)));
+  file->append(row("41", "Sevilla", "680000"));
+  EXPECT_FALSE(fs::exists(MdxTags::markFor(mdx)));
+  EXPECT_EQ(walkAll(mdx).at("NOMBRE").size(), 4u);
 }
 
 TEST_F(IndexUpkeep, WriteCutByAnotherProgramIsMendedByTheNextWriteOfAProgramAlreadyOpen) {

@@ -547,4 +547,138 @@ TEST_F(MdxUpdateTest, RefusesToOpenAFileThatIsNotAnIndex) {
   }
 }
 
+// The nodes an insert reads have most of their entries never compared: only
+// the order keys a search through a node meets are worked out.
+TEST_F(MdxUpdateTest, AnInsertWorksOutOnlyTheOrderKeysItsSearchCompares) {
+  path = dir.file("PEREZOSO.MDX");
+  writeMdx(path, "PEREZOSO", 0x1B, {{"NOMBRE", "NOMBRE", "", 'C', 20, false, false, numbered(20000)}});
+  auto update = MdxUpdate::open(path);
+  size_t worked = 0;
+  const auto order = orderFor(0x1B, 'C', false);
+  update->setOrder(0, [&](std::string_view stored, std::string& out) {
+    ++worked;
+    order(stored, out);
+  });
+  Model model(order);
+  for (const auto& [key, recno] : numbered(20000)) model.insert(key, recno);
+  for (uint32_t r = 20001; r <= 20100; ++r) {
+    char text[16];
+    std::snprintf(text, sizeof text, "K%06u", uint32_t(rng() % 20000));
+    update->insert(0, paddedKey(text, 20), r);
+    model.insert(paddedKey(text, 20), r);
+  }
+  // A node of 1 KB holds 42 keys of 20 bytes; a search compares about six.
+  const size_t nodes = update->cachedNodes();
+  EXPECT_GT(nodes, 50u);
+  EXPECT_LT(worked, nodes * 14) << "order keys of " << nodes << " nodes";
+  EXPECT_EQ(update->verify(0), "");
+  update->flush();
+  EXPECT_EQ(walked(path, 0), model.entries());
+}
+
+// Rows appended together go in sorted by key; the tree comes out as inserting
+// them one by one in record order would make it, unique tags included.
+TEST_F(MdxUpdateTest, RowsAppendedTogetherGoInAsOneByOneInRecordOrder) {
+  makeIndex(800);
+  const std::string copy = dir.file("COPIA.MDX");
+  std::filesystem::copy_file(path, copy);
+  auto together = openWithOrders();
+  auto oneByOne = MdxUpdate::open(copy);
+  for (size_t t = 0; t < oneByOne->tags().size(); ++t) {
+    const MdxTagInfo& info = oneByOne->tags()[t];
+    oneByOne->setOrder(t, orderFor(0x14, info.keyType, info.descending));
+  }
+  for (int batch = 0; batch < 6; ++batch) {
+    const bool unique = batch % 2 == 1;
+    std::vector<uint32_t> recnos;
+    std::array<std::string, 3> keys;
+    for (int i = 0; i < 300; ++i) {
+      const uint32_t r = next++;
+      // Every fourth row repeats a key just written, or one the table holds.
+      std::string name = i % 4 == 3 ? keysOf[r - 1 - rng() % 3][0] : randomKey(), amount;
+      ASSERT_TRUE(appendBcdText(randomAmount(), amount));
+      keysOf[r] = {name, name, amount};
+      recnos.push_back(r);
+      for (size_t t = 0; t < 3; ++t) keys[t] += keysOf[r][t];
+    }
+    for (size_t t = 0; t < 3; ++t) {
+      together->insertAppended(t, keys[t], recnos, unique);
+      for (uint32_t r : recnos) {
+        if (unique && oneByOne->containsKey(t, keysOf[r][t])) continue;
+        oneByOne->insert(t, keysOf[r][t], r);
+      }
+    }
+    together->flush();
+    oneByOne->flush();
+    for (size_t t = 0; t < 3; ++t) {
+      EXPECT_EQ(together->verify(t), "") << together->tags()[t].name;
+      EXPECT_EQ(walked(path, t), walked(copy, t)) << together->tags()[t].name << " batch " << batch;
+      expectHeadersMatchTree(path, together->tags()[t], together->blockBytes() / 512);
+    }
+  }
+  EXPECT_THROW(together->insertAppended(0, "SHORT", {next}, false), Error);
+}
+
+// Long runs of batches, removals and a cache trimmed to almost nothing now and
+// then: the tree stays in order, read from the file and from memory.
+TEST_F(MdxUpdateTest, BatchesRemovalsAndATrimmedCacheKeepEveryTagInOrder) {
+  makeIndex(1200);
+  auto update = openWithOrders();
+  for (int round = 0; round < 12; ++round) {
+    std::vector<uint32_t> recnos;
+    std::array<std::string, 3> keys;
+    const int rows = int(rng() % 400);
+    for (int i = 0; i < rows; ++i) {
+      const uint32_t r = next++;
+      std::string name = randomKey(), amount;
+      ASSERT_TRUE(appendBcdText(randomAmount(), amount));
+      keysOf[r] = {name, name, amount};
+      recnos.push_back(r);
+      live.push_back(r);
+      for (size_t t = 0; t < 3; ++t) {
+        keys[t] += keysOf[r][t];
+        models[t].insert(keysOf[r][t], r);
+      }
+    }
+    for (size_t t = 0; t < 3; ++t) update->insertAppended(t, keys[t], recnos, false);
+    for (int i = int(rng() % 300); i > 0 && live.size() > 10; --i) removeRow(*update);
+    if (round % 3 == 2) update->trimCache(rng() % 8);
+    update->flush();
+    if (round % 4 == 3) update->trimCache(0);
+    expectIndexMatchesModels(*update);
+  }
+}
+
+// Trimming keeps the interior nodes every path goes through and drops
+// unchanged leaves until half the allowance is left.
+TEST_F(MdxUpdateTest, TrimmingTheCacheDropsUnchangedLeavesOnly) {
+  path = dir.file("PODA.MDX");
+  writeMdx(path, "PODA", 0x1B, {{"NOMBRE", "NOMBRE", "", 'C', 20, false, false, numbered(20000)}});
+  auto update = MdxUpdate::open(path);
+  update->setOrder(0, orderFor(0x1B, 'C', false));
+  EXPECT_EQ(update->verify(0), "");  // reads every node
+  const size_t all = update->cachedNodes();
+  ASSERT_GT(all, 400u);
+  const size_t bytesAll = update->memoryBytes();
+  EXPECT_GT(bytesAll, all * 1024) << "at least a block's worth for each node";
+  update->insert(0, paddedKey("K000500", 20), 20001);  // a full leaf split in two
+  ASSERT_EQ(update->cachedNodes(), all + 1);
+  update->trimCache(all + 1);
+  EXPECT_EQ(update->cachedNodes(), all + 1) << "within the allowance nothing goes";
+  update->trimCache(100);
+  EXPECT_LE(update->cachedNodes(), 50u);
+  update->trimCache(0);
+  // About 480 leaves under a dozen interior nodes: those and the two halves
+  // of the leaf split stay.
+  const size_t kept = update->cachedNodes();
+  EXPECT_GE(kept, 2u + 12u);
+  EXPECT_LT(kept, 2u + 20u);
+  EXPECT_LT(update->memoryBytes(), bytesAll / 10);
+  update->flush();
+  auto expected = numbered(20000);
+  expected.insert(expected.begin() + 500, {paddedKey("K000500", 20), 20001});
+  EXPECT_EQ(walked(path, 0), expected);
+  EXPECT_EQ(update->verify(0), "");
+}
+
 }  // namespace

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cctype>
+#include <cerrno>
 #include <filesystem>
 
 #include "dbase/core/dbf_file.h"
@@ -40,6 +41,19 @@ bool indexLockHeld(const std::string& path) {
   const bool held = ::fcntl(fd, F_OFD_GETLK, &probe) == 0 && probe.l_type != F_UNLCK;
   ::close(fd);
   return held;
+}
+
+// The mark of a write under way: a second name of the index file itself,
+// since making a link and removing it costs a fraction of making and removing
+// a new file (an inode each time); an empty file where the file system has
+// no links. A mark already there (another program's) serves as it is.
+bool leaveMark(const std::string& mdxPath) {
+  const std::string mark = MdxTags::markFor(mdxPath);
+  if (::link(mdxPath.c_str(), mark.c_str()) == 0 || errno == EEXIST) return true;
+  const int fd = ::open(mark.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+  if (fd < 0) return false;
+  ::close(fd);
+  return true;
 }
 
 }  // namespace
@@ -253,9 +267,8 @@ void MdxTags::beforeWrite() {
         });
       }
     }
-    const int mark = ::open(markFor(path_).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
-    if (mark < 0) throw Error(ErrorKind::Io, file_.name(), "no se puede dejar la marca de escritura junto a " + path_);
-    ::close(mark);
+    if (!leaveMark(path_))
+      throw Error(ErrorKind::Io, file_.name(), "no se puede dejar la marca de escritura junto a " + path_);
     writeUnderWay_ = true;
   } catch (...) {
     lock_.reset();
@@ -278,9 +291,10 @@ void MdxTags::abandonCutWrite() {
   read();
 }
 
-// Nodes kept between writes, at most: the paths the next rows are likely to
-// take again, without making every write walk a large cache.
-constexpr size_t kNodesKept = 1024;
+// Nodes kept between writes, at most: enough for the whole index of the
+// largest street table (about 45,000 blocks of 1 KB), so that a long run of
+// writes reads each block once; past it, unchanged leaves are dropped.
+constexpr size_t kNodesKept = size_t(1) << 16;
 
 void MdxTags::endWrite() {
   if (file_.inWriteBatch()) return;  // written when the run ends
@@ -331,17 +345,20 @@ void MdxTags::rowsAppended(uint32_t first, uint32_t last) {
     return;
   }
   try {
-    std::string key;
+    // Each tag's new entries go in together, by key.
+    std::string keys;
+    std::vector<uint32_t> recnos;
     for (size_t t = 0; t < writing_.size(); ++t) {
       const Keeper& k = writing_[t];
+      keys.clear();
+      recnos.clear();
       for (uint32_t r = first; r <= last; ++r) {
         const char* record = file_.record(r);
         if (k.condition && !k.condition->isTrue(record)) continue;
-        key.clear();
-        k.key.appendKey(record, key);
-        if (k.unique && update_->containsKey(t, key)) continue;  // dBase indexes a key's first row only
-        update_->insert(t, key, r);
+        k.key.appendKey(record, keys);
+        recnos.push_back(r);
       }
+      update_->insertAppended(t, keys, recnos, k.unique);
     }
     endWrite();
   } catch (...) {
@@ -414,7 +431,7 @@ bool MdxTags::checkDisk() {
 }
 
 size_t MdxTags::memoryBytes() const {
-  size_t bytes = sizeof *this;
+  size_t bytes = sizeof *this + (update_ ? update_->memoryBytes() : 0);
   for (const auto* held : {&tags_, &retired_})
     for (const auto& tag : *held)
       if (tag) bytes += sizeof *tag + tag->memoryBytes();

@@ -100,17 +100,20 @@ void MdxUpdate::setOrder(size_t tag, OrderKey order) {
   if (tag >= tags_.size()) throw Error(ErrorKind::InvalidArgument, name_, "no hay índice número " + std::to_string(tag));
   state_[tag].order = std::move(order);
   // Order keys already worked out under another order are stale.
-  for (const auto& [page, node] : cache_) {
-    if (node->tag != tag) continue;
-    Node fresh = *node;
-    fresh.orders.clear();
-    fresh.ends.clear();
-    for (size_t i = 0; i < node->size(); ++i) {
-      if (state_[tag].order && (node->leaf || i + 1 < node->size())) state_[tag].order(node->key(i), fresh.orders);
-      fresh.ends.push_back(uint32_t(fresh.orders.size()));
-    }
-    *node = std::move(fresh);
+  for (const auto& node : cache_)
+    if (node && node->tag == tag) node->forgetOrders();
+}
+
+std::string_view MdxUpdate::orderAt(Node& node, size_t i) {
+  Node::Span& span = node.spans[i];
+  if (span.length == Node::kUnknown) {
+    const size_t from = node.orders.size();
+    // Room for the few order keys a search meets, taken at once.
+    if (node.orders.capacity() < from + 4u * node.keyLength) node.orders.reserve(from + 8u * node.keyLength);
+    state_[node.tag].order(node.key(i), node.orders);
+    span = {uint32_t(from), uint32_t(node.orders.size() - from)};
   }
+  return {node.orders.data() + span.from, span.length};
 }
 
 void MdxUpdate::orderOf(size_t tag, std::string_view key, std::string& out) {
@@ -142,7 +145,8 @@ MdxUpdate::Node& MdxUpdate::load(size_t tag, uint32_t page, size_t level) {
       corrupt(tag, at() + " cae fuera del fichero (" + std::to_string(totalPages_) + " páginas)");
     if (headerPages_.count(page)) corrupt(tag, at() + " es la cabecera de un índice");
     if (freeSet_.count(page)) corrupt(tag, at() + " está en la lista de libres");
-    std::vector<unsigned char> block(blockBytes_);
+    std::vector<unsigned char>& block = block_;
+    block.resize(blockBytes_);
     readBlock(page, block.data(), tag);
     const MdxTagInfo& info = tags_[tag];
     const uint32_t n = get32(block.data());
@@ -150,6 +154,7 @@ MdxUpdate::Node& MdxUpdate::load(size_t tag, uint32_t page, size_t level) {
       corrupt(tag, at() + " dice tener " + std::to_string(n) + " claves, más de las " + std::to_string(info.maxKeys) +
                        " que caben");
     Node node;
+    node.page = page;
     node.tag = tag;
     node.word4 = get32(block.data() + 4);
     const uint32_t rightmost = get32(block.data() + kNodeHeaderBytes + n * info.itemLength);
@@ -157,7 +162,7 @@ MdxUpdate::Node& MdxUpdate::load(size_t tag, uint32_t page, size_t level) {
     node.keyLength = info.keyLength;
     const size_t count = node.leaf ? n : n + 1;
     node.pointers.reserve(info.maxKeys + 2u);
-    node.ends.reserve(info.maxKeys + 2u);
+    node.spans.reserve(info.maxKeys + 2u);
     node.keys.reserve((info.maxKeys + 2u) * size_t(info.keyLength));
     for (uint32_t i = 0; i < n; ++i) {
       const unsigned char* item = block.data() + kNodeHeaderBytes + size_t(i) * info.itemLength;
@@ -165,13 +170,12 @@ MdxUpdate::Node& MdxUpdate::load(size_t tag, uint32_t page, size_t level) {
       if (pointer == 0) corrupt(tag, at() + (node.leaf ? " apunta al registro 0" : " apunta a la página 0"));
       node.pointers.push_back(pointer);
       node.keys.append(reinterpret_cast<const char*>(item + 4), info.keyLength);
-      s.order(node.key(i), node.orders);
-      node.ends.push_back(uint32_t(node.orders.size()));
+      node.spans.emplace_back();  // worked out when a search compares it
     }
     if (count > n) {
       node.pointers.push_back(rightmost);
       node.keys.append(info.keyLength, ' ');
-      node.ends.push_back(uint32_t(node.orders.size()));
+      node.spans.push_back({0, 0});
     }
     found = &store(page, std::move(node));
   } else if (found->tag != tag) {
@@ -238,7 +242,7 @@ uint32_t MdxUpdate::allocate(size_t tag) {
 }
 
 void MdxUpdate::release(size_t tag, uint32_t page) {
-  cache_.erase(page);
+  forget(page);
   free_.push_back(page);
   freeSet_.insert(page);
   freedHere_.insert(page);
@@ -250,52 +254,109 @@ void MdxUpdate::release(size_t tag, uint32_t page) {
 void MdxUpdate::Node::insert(size_t i, uint32_t pointer, std::string_view key, std::string_view order) {
   pointers.insert(pointers.begin() + std::ptrdiff_t(i), pointer);
   keys.insert(i * keyLength, key.data(), keyLength);
-  const uint32_t from = i == 0 ? 0 : ends[i - 1];
-  orders.insert(from, order.data(), order.size());
-  ends.insert(ends.begin() + std::ptrdiff_t(i), from);
-  for (size_t j = i; j < ends.size(); ++j) ends[j] += uint32_t(order.size());
+  spans.insert(spans.begin() + std::ptrdiff_t(i), Span{uint32_t(orders.size()), uint32_t(order.size())});
+  orders.append(order);
+  packIfLoose();
 }
 
 void MdxUpdate::Node::erase(size_t i) {
-  const uint32_t from = i == 0 ? 0 : ends[i - 1], length = ends[i] - from;
   pointers.erase(pointers.begin() + std::ptrdiff_t(i));
   keys.erase(i * keyLength, keyLength);
-  orders.erase(from, length);
-  ends.erase(ends.begin() + std::ptrdiff_t(i));
-  for (size_t j = i; j < ends.size(); ++j) ends[j] -= length;
+  spans.erase(spans.begin() + std::ptrdiff_t(i));
 }
 
 void MdxUpdate::Node::setKey(size_t i, std::string_view key, std::string_view order) {
   keys.replace(i * keyLength, keyLength, key.data(), keyLength);
-  const uint32_t from = i == 0 ? 0 : ends[i - 1], length = ends[i] - from;
-  orders.replace(from, length, order.data(), order.size());
-  const int64_t grown = int64_t(order.size()) - int64_t(length);
-  for (size_t j = i; j < ends.size(); ++j) ends[j] = uint32_t(int64_t(ends[j]) + grown);
+  spans[i] = {uint32_t(orders.size()), uint32_t(order.size())};
+  orders.append(order);
+  packIfLoose();
 }
 
 void MdxUpdate::Node::moveTail(size_t from, Node& to) {
-  const uint32_t start = from == 0 ? 0 : ends[from - 1];
-  const uint32_t base = to.ends.empty() ? 0 : to.ends.back();
   to.pointers.insert(to.pointers.end(), pointers.begin() + std::ptrdiff_t(from), pointers.end());
   to.keys.append(keys, from * keyLength);
-  to.orders.append(orders, start);
-  for (size_t j = from; j < ends.size(); ++j) to.ends.push_back(ends[j] - start + base);
+  for (size_t j = from; j < spans.size(); ++j) {
+    if (!known(j)) {
+      to.spans.emplace_back();
+      continue;
+    }
+    to.spans.push_back({uint32_t(to.orders.size()), spans[j].length});
+    to.orders.append(knownOrder(j));
+  }
   pointers.resize(from);
   keys.resize(from * keyLength);
-  orders.resize(start);
-  ends.resize(from);
+  spans.resize(from);
+  pack();
+}
+
+void MdxUpdate::Node::forgetOrders() {
+  orders.clear();
+  for (size_t i = 0; i < spans.size(); ++i) spans[i] = !leaf && i + 1 == spans.size() ? Span{0, 0} : Span{};
+}
+
+void MdxUpdate::Node::pack() {
+  std::string packed;
+  packed.reserve(orders.size());
+  for (Span& span : spans) {
+    if (span.length == kUnknown) continue;
+    const uint32_t from = uint32_t(packed.size());
+    packed.append(orders, span.from, span.length);
+    span.from = from;
+  }
+  orders = std::move(packed);
+}
+
+// Order keys left behind by entries changed are dropped once they would
+// make the node's order keys more than a few times the size of its keys.
+void MdxUpdate::Node::packIfLoose() {
+  if (orders.size() > 1024 + 8 * keys.size()) pack();
 }
 
 MdxUpdate::Node& MdxUpdate::store(uint32_t page, Node node) {
+  if (page >= cache_.size()) cache_.resize(std::max<size_t>(size_t(page) + 1, cache_.size() * 3 / 2));
   auto& slot = cache_[page];
+  if (!slot) ++cachedCount_;
+  node.page = page;
   slot = std::make_unique<Node>(std::move(node));
+  if (slot->dirty) dirty_.push_back(page);
   return *slot;
 }
 
+void MdxUpdate::forget(uint32_t page) {
+  if (page < cache_.size() && cache_[page]) {
+    cache_[page].reset();
+    --cachedCount_;
+  }
+}
+
+size_t MdxUpdate::memoryBytes() const {
+  size_t bytes = sizeof *this + cache_.capacity() * sizeof cache_[0];
+  for (const auto& node : cache_)
+    if (node)
+      bytes += sizeof *node + node->pointers.capacity() * sizeof(uint32_t) + node->keys.capacity() +
+               node->orders.capacity() + node->spans.capacity() * sizeof(Node::Span);
+  return bytes;
+}
+
 void MdxUpdate::trimCache(size_t keepAtMost) {
-  if (cache_.size() <= keepAtMost) return;
-  for (auto it = cache_.begin(); it != cache_.end();)
-    it = it->second->dirty ? std::next(it) : cache_.erase(it);
+  if (cachedCount_ <= keepAtMost) return;
+  for (uint32_t page = 0; page < cache_.size() && cachedCount_ > keepAtMost / 2; ++page) {
+    const Node* node = cache_[page].get();
+    if (node && node->leaf && !node->dirty) forget(page);
+  }
+}
+
+void MdxUpdate::writeNode(const Node& node, unsigned char* block) const {
+  const MdxTagInfo& info = tags_[node.tag];
+  const size_t n = node.leaf ? node.size() : node.size() - 1;
+  put32(block, uint32_t(n));
+  put32(block + 4, node.word4);
+  for (size_t i = 0; i < n; ++i) {
+    unsigned char* item = block + kNodeHeaderBytes + i * info.itemLength;
+    put32(item, node.pointers[i]);
+    std::memcpy(item + 4, node.key(i).data(), info.keyLength);
+  }
+  if (!node.leaf) put32(block + kNodeHeaderBytes + n * info.itemLength, node.pointers.back());
 }
 
 void MdxUpdate::flush() {
@@ -309,39 +370,39 @@ void MdxUpdate::flush() {
     if (state_[t].changed) edges[t] = {edgeLeaf(t, false), edgeLeaf(t, true)};
 
   std::vector<uint32_t> pages;
-  for (const auto& [page, node] : cache_)
-    if (node->dirty) pages.push_back(page);
+  for (uint32_t page : dirty_) {
+    const Node* node = cachedAt(page);
+    if (node && node->dirty) pages.push_back(page);
+  }
   for (uint32_t page : freedHere_) pages.push_back(page);
   std::sort(pages.begin(), pages.end());
+  pages.erase(std::unique(pages.begin(), pages.end()), pages.end());
 
   std::unordered_map<uint32_t, uint32_t> linkOf;  // free page -> next free page
-  for (size_t i = 0; i < free_.size(); ++i)
+  for (size_t i = 0; i < free_.size() && !freedHere_.empty(); ++i)
     if (freedHere_.count(free_[i])) linkOf[free_[i]] = i > 0 ? free_[i - 1] : freeLoaded_ ? 0 : diskFreeHead_;
 
-  std::vector<unsigned char> block(blockBytes_);
+  // Blocks on adjacent pages go out in one write.
+  std::vector<unsigned char>& run = block_;
   auto fail = [&](const char* what) { throw Error(ErrorKind::Io, name_, systemError(what)); };
-  for (uint32_t page : pages) {
-    std::fill(block.begin(), block.end(), 0);
-    const Node* cachedNode = cachedAt(page);
-    if (!cachedNode) {
-      // A free block: its link to the next free page.
-      put32(block.data() + 4, linkOf.at(page));
-    } else {
-      const Node& node = *cachedNode;
-      const MdxTagInfo& info = tags_[node.tag];
-      const size_t n = node.leaf ? node.size() : node.size() - 1;
-      put32(block.data(), uint32_t(n));
-      put32(block.data() + 4, node.word4);
-      for (size_t i = 0; i < n; ++i) {
-        unsigned char* item = block.data() + kNodeHeaderBytes + i * info.itemLength;
-        put32(item, node.pointers[i]);
-        std::memcpy(item + 4, node.key(i).data(), info.keyLength);
-      }
-      if (!node.leaf) put32(block.data() + kNodeHeaderBytes + n * info.itemLength, node.pointers.back());
+  for (size_t first = 0; first < pages.size();) {
+    size_t end = first + 1;
+    while (end < pages.size() && pages[end] == pages[end - 1] + blockPages_) ++end;
+    const uint32_t firstPage = pages[first], endPage = pages[end - 1] + blockPages_;
+    run.assign(size_t(endPage - firstPage) / blockPages_ * blockBytes_, 0);
+    for (uint32_t page = firstPage; page < endPage; page += blockPages_) {
+      unsigned char* block = run.data() + size_t(page - firstPage) / blockPages_ * blockBytes_;
+      if (const Node* node = cachedAt(page))
+        writeNode(*node, block);
+      else
+        put32(block + 4, linkOf.at(page));  // a free block: its link to the next free page
     }
-    if (!writeAt(fd_, uint64_t(page) * kPageBytes, block.data(), block.size())) fail("no se puede escribir un bloque");
+    if (!writeAt(fd_, uint64_t(firstPage) * kPageBytes, run.data(), run.size())) fail("no se puede escribir un bloque");
+    first = end;
   }
-  for (const auto& [page, node] : cache_) node->dirty = false;
+  for (uint32_t page : dirty_)
+    if (Node* node = cachedAt(page)) node->dirty = false;
+  dirty_.clear();
   freedHere_.clear();
   fileSize_ = std::max<uint64_t>(fileSize_, uint64_t(totalPages_) * kPageBytes);
 
@@ -365,6 +426,8 @@ void MdxUpdate::flush() {
 
   if (!fileChanged_) return;
   unsigned char* f = fileHeader_.data();
+  unsigned char before[kOffUpdated + 3 - kOffTotalPages];
+  std::memcpy(before, f + kOffTotalPages, sizeof before);
   put32(f + kOffTotalPages, totalPages_);
   put32(f + kOffFirstFree, free_.empty() ? (freeLoaded_ ? 0 : diskFreeHead_) : free_.back());
   std::time_t now = std::time(nullptr);
@@ -373,7 +436,9 @@ void MdxUpdate::flush() {
   f[kOffUpdated] = uint8_t(today.tm_year);
   f[kOffUpdated + 1] = uint8_t(today.tm_mon + 1);
   f[kOffUpdated + 2] = uint8_t(today.tm_mday);
-  if (!writeAt(fd_, kOffTotalPages, f + kOffTotalPages, kOffUpdated + 3 - kOffTotalPages))
+  // Rows written into room the file already had leave its header as it was.
+  if (std::memcmp(before, f + kOffTotalPages, sizeof before) != 0 &&
+      !writeAt(fd_, kOffTotalPages, f + kOffTotalPages, kOffUpdated + 3 - kOffTotalPages))
     fail("no se puede escribir la cabecera del fichero");
   fileChanged_ = false;
 }

@@ -32,8 +32,9 @@ uint32_t MdxUpdate::lastRecno(size_t tag, uint32_t page, size_t level) {
   }
 }
 
-MdxUpdate::Path MdxUpdate::descend(size_t tag, std::string_view order, uint32_t recno, bool byRecno) {
-  Path path;
+MdxUpdate::Path& MdxUpdate::descend(size_t tag, std::string_view order, uint32_t recno, Seek seek) {
+  Path& path = walk_;
+  path.clear();
   uint32_t page = state_[tag].root;
   for (size_t level = 0;; ++level) {
     Node& node = load(tag, page, level);
@@ -41,18 +42,19 @@ MdxUpdate::Path MdxUpdate::descend(size_t tag, std::string_view order, uint32_t 
       path.push_back({page, 0, &node});
       return path;
     }
-    // The first child whose highest key is at or after the one sought; with
-    // a record number, among children whose highest key equals it, the first
-    // whose last record number is not below it.
+    // The first child whose highest key is at or after the one sought (past
+    // it, for PastAll); for an entry, among children whose highest key
+    // equals it, the first whose last record number is not below it.
     size_t lo = 0, hi = node.size() - 1;
     while (lo < hi) {
       const size_t mid = (lo + hi) / 2;
-      if (node.order(mid) < order) lo = mid + 1;
+      const int c = orderAt(node, mid).compare(order);
+      if (c < 0 || (c == 0 && seek == Seek::PastAll)) lo = mid + 1;
       else hi = mid;
     }
-    if (byRecno) {
+    if (seek == Seek::Entry) {
       size_t end = lo;
-      while (end + 1 < node.size() && node.order(end) == order) ++end;
+      while (end + 1 < node.size() && orderAt(node, end) == order) ++end;
       while (lo < end) {
         const size_t mid = (lo + end) / 2;
         if (lastRecno(tag, node.pointers[mid], level + 1) < recno) lo = mid + 1;
@@ -68,13 +70,17 @@ MdxUpdate::Path MdxUpdate::descend(size_t tag, std::string_view order, uint32_t 
 // as a child's highest key take it, up to the first one where that child is
 // not the last.
 void MdxUpdate::raiseHigh(Path& path, size_t level, std::string_view key, std::string_view order) {
-  const std::string keyCopy(key), orderCopy(order);  // they may lie in a node changed here
+  // They may lie in a node changed here.
+  std::string& keyCopy = highKey_;
+  std::string& orderCopy = highOrder_;
+  keyCopy.assign(key);
+  orderCopy.assign(order);
   for (size_t l = level; l > 0; --l) {
     Node& parent = *path[l - 1].node;
     const size_t child = path[l - 1].child;
     if (child + 1 < parent.size()) {
       parent.setKey(child, keyCopy, orderCopy);
-      parent.dirty = true;
+      markDirty(parent);
       return;
     }
   }
@@ -93,9 +99,16 @@ void MdxUpdate::split(size_t tag, Path& path, size_t level) {
   right.dirty = true;
   right.keyLength = left.keyLength;
   right.word4 = leftPage;
+  const size_t room = tags_[tag].maxKeys + 2u;
+  right.pointers.reserve(room);
+  right.spans.reserve(room);
+  right.keys.reserve(room * left.keyLength);
   left.moveTail(left.size() / 2, right);
-  left.dirty = true;
-  const std::string upKey(left.key(left.size() - 1)), upOrder(left.order(left.size() - 1));
+  markDirty(left);
+  std::string& upKey = splitKey_;
+  std::string& upOrder = splitOrder_;
+  upOrder.assign(orderAt(left, left.size() - 1));
+  upKey.assign(left.key(left.size() - 1));
   store(rightPage, std::move(right));
 
   if (level == 0) {
@@ -117,7 +130,7 @@ void MdxUpdate::split(size_t tag, Path& path, size_t level) {
   const size_t child = path[level - 1].child;
   parent.pointers[child] = rightPage;
   parent.insert(child, leftPage, upKey, upOrder);
-  parent.dirty = true;
+  markDirty(parent);
   if (parent.size() > tags_[tag].maxKeys) split(tag, path, level - 1);
 }
 
@@ -129,7 +142,7 @@ void MdxUpdate::unlink(size_t tag, Path& path, size_t level) {
   const size_t child = path[level - 1].child;
   const bool wasLast = child + 1 == parent.size();
   parent.erase(child);
-  parent.dirty = true;
+  markDirty(parent);
   if (parent.size() == 0) {
     if (level - 1 > 0) return unlink(tag, path, level - 1);
     parent.leaf = true;  // the root of an empty tag
@@ -138,7 +151,7 @@ void MdxUpdate::unlink(size_t tag, Path& path, size_t level) {
     // The new last child's key becomes the node's highest, and no longer
     // has a place on disk.
     const size_t last = parent.size() - 1;
-    const std::string key(parent.key(last)), order(parent.order(last));
+    const std::string key(parent.key(last)), order(orderAt(parent, last));
     parent.setKey(last, std::string(parent.keyLength, ' '), {});
     raiseHigh(path, level - 1, key, order);
   }
@@ -148,12 +161,13 @@ namespace {
 
 // The place in a leaf after every entry ordered before or equal to (order,
 // recno): upper; or at the first entry not ordered before it: lower.
-template <typename NodeT>
-size_t leafPlace(const NodeT& node, std::string_view order, uint32_t recno, bool upper) {
+// orderOf(i) gives entry i's order key.
+template <typename NodeT, typename OrderOf>
+size_t leafPlace(const NodeT& node, OrderOf&& orderOf, std::string_view order, uint32_t recno, bool upper) {
   size_t lo = 0, hi = node.size();
   while (lo < hi) {
     const size_t mid = (lo + hi) / 2;
-    const int c = compareEntry(node.order(mid), node.pointers[mid], order, recno);
+    const int c = compareEntry(orderOf(mid), node.pointers[mid], order, recno);
     if (c < 0 || (upper && c == 0)) lo = mid + 1;
     else hi = mid;
   }
@@ -163,13 +177,46 @@ size_t leafPlace(const NodeT& node, std::string_view order, uint32_t recno, bool
 }  // namespace
 
 void MdxUpdate::insert(size_t tag, std::string_view key, uint32_t recno) {
+  usable(tag);
+  checkedKey(tag, key);
+  orderOf(tag, key, scratch_);
+  insertAt(tag, key, scratch_, recno, Seek::Entry);
+}
+
+void MdxUpdate::insertAppended(size_t tag, std::string_view keys, const std::vector<uint32_t>& recnos, bool unique) {
   TagState& s = usable(tag);
+  const size_t length = tags_[tag].keyLength;
+  if (keys.size() != recnos.size() * length)
+    throw Error(ErrorKind::InvalidArgument, name_,
+                "índice " + tags_[tag].name + ": " + std::to_string(keys.size()) + " bytes de claves para " +
+                    std::to_string(recnos.size()) + " filas");
+  batchOrders_.clear();
+  batchEnds_.clear();
+  for (size_t i = 0; i < recnos.size(); ++i) {
+    s.order(keys.substr(i * length, length), batchOrders_);
+    batchEnds_.push_back(uint32_t(batchOrders_.size()));
+  }
+  const auto orderOfRow = [&](uint32_t i) {
+    const uint32_t from = i == 0 ? 0 : batchEnds_[i - 1];
+    return std::string_view(batchOrders_).substr(from, batchEnds_[i] - from);
+  };
+  batchSequence_.resize(recnos.size());
+  for (uint32_t i = 0; i < recnos.size(); ++i) batchSequence_[i] = i;
+  // Equal keys keep their rows' order, that of their record numbers.
+  std::stable_sort(batchSequence_.begin(), batchSequence_.end(),
+                   [&](uint32_t a, uint32_t b) { return orderOfRow(a) < orderOfRow(b); });
+  for (uint32_t i : batchSequence_) {
+    const std::string_view order = orderOfRow(i);
+    if (unique && holdsOrder(tag, order)) continue;
+    insertAt(tag, keys.substr(i * length, length), order, recnos[i], Seek::PastAll);
+  }
+}
+
+void MdxUpdate::insertAt(size_t tag, std::string_view key, std::string_view order, uint32_t recno, Seek seek) {
+  TagState& s = state_[tag];
   if (recno == 0)
     throw Error(ErrorKind::InvalidArgument, name_, "índice " + tags_[tag].name + ": registro número 0");
-  checkedKey(tag, key);
-  std::string& order = scratch_;
-  orderOf(tag, key, order);
-  Path path = descend(tag, order, recno, true);
+  Path& path = descend(tag, order, recno, seek);
 
   // A block for each full node from the leaf up, and one for a new root.
   const size_t maxKeys = tags_[tag].maxKeys;
@@ -181,9 +228,11 @@ void MdxUpdate::insert(size_t tag, std::string_view key, uint32_t recno) {
   reserve(tag, blocks);
 
   Node& leaf = *path.back().node;
-  const size_t at = leafPlace(leaf, order, recno, true);
+  const auto orderOfEntry = [&](size_t i) { return orderAt(leaf, i); };
+  const size_t at = seek == Seek::PastAll ? leafPlace(leaf, orderOfEntry, order, UINT32_MAX, true)
+                                          : leafPlace(leaf, orderOfEntry, order, recno, true);
   leaf.insert(at, recno, key, order);
-  leaf.dirty = true;
+  markDirty(leaf);
   s.changed = true;
   s.hasKeys = true;
   if (at + 1 == leaf.size()) raiseHigh(path, path.size() - 1, key, order);
@@ -195,19 +244,21 @@ bool MdxUpdate::remove(size_t tag, std::string_view key, uint32_t recno) {
   checkedKey(tag, key);
   std::string& order = scratch_;
   orderOf(tag, key, order);
-  Path path = descend(tag, order, recno, true);
+  Path& path = descend(tag, order, recno, Seek::Entry);
   Node& leaf = *path.back().node;
-  const size_t at = leafPlace(leaf, order, recno, false);
-  if (at == leaf.size() || leaf.order(at) != order || leaf.pointers[at] != recno) return false;
+  const size_t at = leafPlace(leaf, [&](size_t i) { return orderAt(leaf, i); }, order, recno, false);
+  if (at == leaf.size() || orderAt(leaf, at) != order || leaf.pointers[at] != recno) return false;
 
   const bool wasLast = at + 1 == leaf.size();
   leaf.erase(at);
-  leaf.dirty = true;
+  markDirty(leaf);
   s.changed = true;
   if (leaf.size() == 0) {
     if (path.size() > 1) unlink(tag, path, path.size() - 1);
   } else if (wasLast) {
-    raiseHigh(path, path.size() - 1, leaf.key(leaf.size() - 1), leaf.order(leaf.size() - 1));
+    const size_t last = leaf.size() - 1;
+    const std::string_view lastOrder = orderAt(leaf, last);
+    raiseHigh(path, path.size() - 1, leaf.key(last), lastOrder);
   }
   // A root left with one child hands the root over to it.
   for (;;) {
@@ -224,12 +275,15 @@ bool MdxUpdate::remove(size_t tag, std::string_view key, uint32_t recno) {
 bool MdxUpdate::containsKey(size_t tag, std::string_view key) {
   usable(tag);
   checkedKey(tag, key);
-  std::string& order = scratch_;
-  orderOf(tag, key, order);
-  Path path = descend(tag, order, 0, false);
-  const Node& leaf = *path.back().node;
-  const size_t at = leafPlace(leaf, order, 0, false);
-  return at < leaf.size() && leaf.order(at) == order;
+  orderOf(tag, key, scratch_);
+  return holdsOrder(tag, scratch_);
+}
+
+bool MdxUpdate::holdsOrder(size_t tag, std::string_view order) {
+  const Path& path = descend(tag, order, 0, Seek::FirstOf);
+  Node& leaf = *path.back().node;
+  const size_t at = leafPlace(leaf, [&](size_t i) { return orderAt(leaf, i); }, order, 0, false);
+  return at < leaf.size() && orderAt(leaf, at) == order;
 }
 
 uint32_t MdxUpdate::edgeLeaf(size_t tag, bool last) {
@@ -244,7 +298,8 @@ uint32_t MdxUpdate::edgeLeaf(size_t tag, bool last) {
 std::string MdxUpdate::verify(size_t tag) {
   usable(tag);
   std::unordered_set<uint32_t> seen;
-  Place previous, high;
+  Previous previous;
+  Place high;
   try {
     return verifyNode(tag, state_[tag].root, 0, seen, previous, high);
   } catch (const Error& e) {
@@ -253,20 +308,22 @@ std::string MdxUpdate::verify(size_t tag) {
 }
 
 std::string MdxUpdate::verifyNode(size_t tag, uint32_t page, size_t level, std::unordered_set<uint32_t>& seen,
-                                  Place& previous, Place& high) {
+                                  Previous& previous, Place& high) {
   const std::string at = "page " + std::to_string(page);
   if (!seen.insert(page).second) return at + " is reached twice";
-  const Node& node = load(tag, page, level);
+  Node& node = load(tag, page, level);
   const MdxTagInfo& info = tags_[tag];
   if (node.leaf) {
     if (node.size() > info.maxKeys) return "leaf " + at + " holds more keys than fit";
     if (node.size() == 0 && level > 0) return "leaf " + at + " is empty";
     for (size_t i = 0; i < node.size(); ++i) {
-      if (previous.node && compareEntry(node.order(i), node.pointers[i], previous.node->order(previous.index),
-                                        previous.node->pointers[previous.index]) < 0)
+      const std::string_view order = orderAt(node, i);
+      if (previous.any && compareEntry(order, node.pointers[i], previous.order, previous.recno) < 0)
         return "leaf " + at + ": record " + std::to_string(node.pointers[i]) + " comes after record " +
-               std::to_string(previous.node->pointers[previous.index]) + " whose key sorts after its own";
-      previous = {&node, i};
+               std::to_string(previous.recno) + " whose key sorts after its own";
+      previous.any = true;
+      previous.order.assign(order);
+      previous.recno = node.pointers[i];
     }
     high = node.size() == 0 ? Place{} : Place{&node, node.size() - 1};
     return {};
