@@ -356,6 +356,23 @@ std::optional<std::pair<std::string, uint32_t>> MdxFile::lowerBound(size_t tag, 
   return std::nullopt;
 }
 
+bool MdxFile::adoptOwnWrite(const std::vector<MdxTagInfo>& written) {
+  struct stat st {};
+  if (::stat(path_.c_str(), &st) != 0 || uint64_t(st.st_ino) != inode_ || uint64_t(st.st_dev) != device_ ||
+      written.size() != tags_.size())
+    return false;
+  fileSize_ = uint64_t(st.st_size);
+  modifiedNs_ = modifiedNs(st);
+  timesTrusted_ = false;  // just written: the next change may share its tick
+  for (size_t i = 0; i < tags_.size(); ++i) {
+    if (!faults_[i].empty()) continue;
+    if (!pageInFile(written[i].rootPage)) return false;  // read anew, with every check
+    tags_[i].rootPage = written[i].rootPage;
+    tags_[i].serial = written[i].serial;
+  }
+  return true;
+}
+
 bool MdxFile::changedOnDisk() const {
   struct stat st {};
   if (::stat(path_.c_str(), &st) != 0) return true;

@@ -74,6 +74,11 @@ class MdxFile {
   // True when the file on disk is no longer the one read: size, modification
   // time, inode, or any tag's change counter differs.
   bool changedOnDisk() const;
+  // This process changed the file in place, under its lock: each tag's root
+  // and change counter are now as `written` says (MdxUpdate::tags()), the
+  // size and times as the disk says. False, and nothing changed, when the
+  // path no longer names the file open here: it must be opened anew.
+  bool adoptOwnWrite(const std::vector<MdxTagInfo>& written);
 
  private:
   class Cursor;

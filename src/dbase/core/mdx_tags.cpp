@@ -333,10 +333,10 @@ void MdxTags::writeOutForReading() {
 }
 
 void MdxTags::rereadOwnWrite() {
-  auto fresh = MdxFile::open(path_);
-  for (size_t i = 0; i < tags_.size() && i < fresh->tags().size(); ++i)
-    if (tags_[i]) tags_[i]->rebind(*fresh, i);
-  mdx_ = std::move(fresh);
+  // What changed is known: the roots and change counters the writer left.
+  if (!mdx_->adoptOwnWrite(update_->tags())) mdx_ = MdxFile::open(path_);
+  for (size_t i = 0; i < tags_.size() && i < mdx_->tags().size(); ++i)
+    if (tags_[i]) tags_[i]->rebind(*mdx_, i);
 }
 
 void MdxTags::rowsAppended(uint32_t first, uint32_t last) {

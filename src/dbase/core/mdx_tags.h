@@ -88,11 +88,12 @@ class MdxTags : public RowListener {
   int indexOf(std::string_view name) const;
   MdxTag* makeTag(size_t at);
   std::vector<Keeper> keepers() const;
-  // After this process's own write: the file read again, the tags' loaded
-  // rows kept (they were placed as written).
+  // After this process's own write: the file's roots and counters taken as
+  // written (read again only when it was replaced), the tags' loaded rows
+  // kept (they were placed as written).
   void rereadOwnWrite();
   void endWrite();
-  // The changes made so far written, the file read again.
+  // The changes made so far written, the file's state taken from them.
   void writeOut();
   void writeOutForReading();
   void abandonCutWrite();
