@@ -247,7 +247,19 @@ std::optional<Diseno> DisenoDeVias(size_t largo) {
 const char* NombreDiseno(Diseno d) { return d == Diseno::Antiguo ? "antiguo (108)" : "nuevo (132)"; }
 
 size_t PrimerByteNoLatin1(std::string_view linea) {
-  for (size_t i = 0; i < linea.size(); ++i) {
+  // Eight bytes at a time while they are all printable ASCII (0x20-0x7E),
+  // as nearly every byte of these files is; byte by byte from the first
+  // word that is not.
+  constexpr uint64_t kUnos = ~uint64_t(0) / 255, kAltos = kUnos * 0x80;
+  size_t i = 0;
+  for (; i + 8 <= linea.size(); i += 8) {
+    uint64_t x;
+    std::memcpy(&x, linea.data() + i, 8);
+    const uint64_t bajo = (x - kUnos * 0x20) & ~x & kAltos;        // a byte below 0x20
+    const uint64_t alto = ((x + kUnos * (127 - 0x7E)) | x) & kAltos;  // a byte above 0x7E
+    if (bajo | alto) break;
+  }
+  for (; i < linea.size(); ++i) {
     const auto b = static_cast<unsigned char>(linea[i]);
     if (b < 0x20 || (b >= 0x7F && b <= 0x9F)) return i;
   }
@@ -339,12 +351,19 @@ LectorLineas::~LectorLineas() {
 
 bool LectorLineas::Rellena() {
   if (fin_) return false;
-  bufer_.erase(0, pos_);
+  // What is left of the block goes to the front, the next block after it.
+  const size_t queda = lleno_ - pos_;
+  if (queda + kBloque > capacidad_) {
+    capacidad_ = queda + kBloque;
+    std::unique_ptr<char[]> mayor(new char[capacidad_]);
+    if (queda) std::memcpy(mayor.get(), bufer_.get() + pos_, queda);
+    bufer_ = std::move(mayor);
+  } else if (queda) {
+    std::memmove(bufer_.get(), bufer_.get() + pos_, queda);
+  }
   pos_ = 0;
-  const size_t habia = bufer_.size();
-  bufer_.resize(habia + kBloque);
-  const size_t leidos = std::fread(bufer_.data() + habia, 1, kBloque, fichero_);
-  bufer_.resize(habia + leidos);
+  const size_t leidos = std::fread(bufer_.get() + queda, 1, kBloque, fichero_);
+  lleno_ = queda + leidos;
   if (leidos < kBloque) {
     if (std::ferror(fichero_))
       throw std::runtime_error(NombreDeRuta(ruta_) + ": no se puede leer: " + std::strerror(errno));
@@ -355,7 +374,7 @@ bool LectorLineas::Rellena() {
 
 bool LectorLineas::Siguiente(std::string_view& linea) {
   while (true) {
-    const std::string_view datos = fichero_ ? std::string_view(bufer_) : memoria_;
+    const std::string_view datos = fichero_ ? std::string_view(bufer_.get(), lleno_) : memoria_;
     const size_t salto = datos.find('\n', pos_);
     if (salto != std::string_view::npos) {
       linea = datos.substr(pos_, salto - pos_);

@@ -95,7 +95,8 @@ class LectorLineas {
   bool Rellena();
   std::FILE* fichero_ = nullptr;
   std::string ruta_;
-  std::string bufer_;
+  std::unique_ptr<char[]> bufer_;  // not cleared when it grows: it is read into at once
+  size_t capacidad_ = 0, lleno_ = 0;
   std::string_view memoria_;
   size_t pos_ = 0;       // in bufer_ (file) or memoria_ (bytes)
   bool fin_ = false;     // nothing more to read from the file

@@ -289,3 +289,20 @@ TEST(RangosDeCalle, UnnumberedStretchesOfANumberedStreetAreLeftOutAndCounted) {
   EXPECT_EQ(r.filas[0], fila(28013, 1, 9, 0, 0));
   EXPECT_EQ(r.sinNumeroDescartados, 1u);
 }
+
+TEST(CallejeroIneTexto, EveryControlByteIsFoundWhereverItIsAndLatin1LettersPass) {
+  const std::string base = latin1("CALLE DE LA PEÑA ÁNGEL GÜELL Ç ÿ ") + std::string(40, 'X');
+  EXPECT_EQ(ine::PrimerByteNoLatin1(base), std::string::npos);
+  for (const unsigned char malo : {0x00, 0x09, 0x1F, 0x7F, 0x80, 0x91, 0x9F}) {
+    for (size_t en = 0; en < base.size(); ++en) {
+      std::string linea = base;
+      linea[en] = char(malo);
+      ASSERT_EQ(ine::PrimerByteNoLatin1(linea), en) << int(malo) << " en " << en;
+    }
+  }
+  for (const unsigned char bueno : {0x20, 0x7E, 0xA0, 0xD1, 0xFF}) {
+    std::string linea = base;
+    linea[13] = char(bueno);
+    EXPECT_EQ(ine::PrimerByteNoLatin1(linea), std::string::npos) << int(bueno);
+  }
+}
