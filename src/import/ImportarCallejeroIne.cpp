@@ -80,20 +80,18 @@ class Tipos {
       QStringList nombres;
       if (descripcion_.contains(tvia)) nombres << descripcion_.value(tvia);
       nombres << sinonimos_.value(tvia) << tvia;
-      QString codigo;
-      bool hallado = false;
+      Resuelto r;
       for (const QString& nombre : nombres) {
         auto en = anfitrion_.constFind(Llano(nombre));
         if (en != anfitrion_.constEnd()) {
-          codigo = *en;
-          hallado = true;
+          r = {*en, true};
           break;
         }
       }
-      hecho = resueltos_.insert(tvia, hallado ? codigo : QString(QChar(0)));
+      hecho = resueltos_.insert(tvia, r);
     }
-    conocido = *hecho != QString(QChar(0));
-    return conocido ? *hecho : QString();
+    conocido = hecho->conocido;
+    return hecho->codigo;
   }
 
  private:
@@ -143,7 +141,11 @@ class Tipos {
   QHash<QString, QString> anfitrion_;  // plain name -> host code
   QHash<QString, QString> descripcion_;  // INE code -> its name
   QHash<QString, QStringList> sinonimos_;  // INE code -> names of the types it is a synonym of
-  QHash<QString, QString> resueltos_;
+  struct Resuelto {
+    QString codigo;
+    bool conocido = false;
+  };
+  QHash<QString, Resuelto> resueltos_;  // INE code -> what it came to
 };
 
 struct Municipio {
