@@ -33,6 +33,7 @@
 #include "dbase/core/dbf_file.h"
 #include "dbase/core/mdx_build.h"
 #include "dbase/core/field_value.h"
+#include "import/CallesImportadas.h"
 
 namespace gen {
 
@@ -902,9 +903,7 @@ inline std::vector<Calle> inventarCalles(const Municipio& m, size_t tramos) {
 class TablaPostal {
  public:
   explicit TablaPostal(const std::filesystem::path& path)
-      : t_(path, {C("VIA", 45), C("TIPO_VIA", 5), N("IMPAR_INI", 5), N("IMPAR_FIN", 5), N("PAR_INI", 5),
-                  N("PAR_FIN", 5), C("CODPOSTAL", 5), C("CAPITAL", 1), C("PROVINCIA", 30), C("MUNICIPI", 30),
-                  C("COD_INE", 5), C("NOMBRE_2", 45), C("CODIGO1", 8)}) {}
+      : t_(path, CallesImportadas::CamposDeCalles()) {}
 
   void agregar(const Municipio& m, const std::vector<Calle>& calles) {
     std::string base = t_.filaEnBlanco();

@@ -50,6 +50,9 @@ int importar(const std::vector<std::string>& args);
 // Stores the saved answers of one province folder, or of all, as the import
 // dialog's runs do, listing the municipalities that match no host one.
 int importarGuardadas(const std::vector<std::string>& args);
+// Stores INE's electoral-census street directory (TRAM and VIAS files) in
+// the street tables, and prints what it stored and what it left out.
+int importarIne(const std::vector<std::string>& args);
 
 // Spanish usage text.
 void muestraUso(std::FILE* salida);

@@ -33,6 +33,7 @@ int ejecuta(const std::vector<std::string>& args) {
   if (args[0] == "ovc") return cli::ovc(resto);
   if (args[0] == "importar") return cli::importar(resto);
   if (args[0] == "importar-guardadas") return cli::importarGuardadas(resto);
+  if (args[0] == "importar-ine") return cli::importarIne(resto);
   throw cli::ErrorDeUso("orden desconocida: «" + args[0] + "» (codpostales --ayuda muestra las órdenes)");
 }
 

@@ -15,6 +15,7 @@
 
 #include "dbase/TTable.h"
 #include "dbase/core/dbf_file.h"
+#include "import/CallesImportadas.h"
 #include "import/ImportarVias.h"
 #include "import/ImportarViasEspera.h"
 #include "import/OvcCallejero.h"
@@ -27,12 +28,7 @@
 
 namespace {
 
-// Every row the import writes carries this capital flag, whatever the mode.
-const QString kCapitalImportado = QStringLiteral("9");
-// The first street code of an empty table.
-const QString kPrimerCodigo = QStringLiteral("99000000");
-// The stretch that stands for "every number": odd 1-9999, even 2-9998.
-constexpr int kImparIni = 1, kImparFin = 9999, kParIni = 2, kParFin = 9998;
+using CallesImportadas::Tramo;
 
 // Grid columns.
 constexpr int kColTipo = 0, kColVia = 1, kColCodPostal = 2, kColImparIni = 3;
@@ -83,29 +79,15 @@ bool HayVias(const TStringGrid* rejilla) {
   return false;
 }
 
-struct Tramo {
-  int imparIni = 0, imparFin = 0, parIni = 0, parFin = 0;
-  bool todoCero() const { return imparIni == 0 && imparFin == 0 && parIni == 0 && parFin == 0; }
-  bool esPorDefecto() const {
-    return imparIni == kImparIni && imparFin == kImparFin && parIni == kParIni && parFin == kParFin;
-  }
-  bool operator==(const Tramo&) const = default;
-};
-
 // Walks the MUNICIPI.DBF rows named `nombre` (tag NOMBRE, exact name) and
 // shows each of province `provincia` to `visita`, until it answers false.
 // Same-named municipalities of other provinces are passed over.
 void RecorreMunicipiosDeNombre(const QString& alias, const QString& nombre, const QString& provincia,
                                const std::function<bool(TTable&)>& visita) {
-  std::unique_ptr<TTable> municipios(
-      CreaTabla(alias, QStringLiteral("MUNICIPI.DBF"), QStringLiteral("NOMBRE"), false, true));
-  if (TBBusca(municipios.get(), {QStringLiteral("NOMBRE"), nombre}, true)) {
-    TField* campoNombre = municipios->FieldByName(QStringLiteral("NOMBRE"));
-    TField* campoProvincia = municipios->FieldByName(QStringLiteral("COD_PROV"));
-    for (; !municipios->Eof() && campoNombre->AsString() == nombre; municipios->Next())
-      if (campoProvincia->AsString() == provincia && !visita(*municipios)) break;
-  }
-  municipios->Close();
+  CallesImportadas::Municipios municipios(alias, QStringLiteral("NOMBRE"));
+  municipios.Recorre(nombre, [&](TTable& municipio) {
+    return municipio.FieldByName(QStringLiteral("COD_PROV"))->AsString() != provincia || visita(municipio);
+  });
 }
 
 // The postcodes of the municipality chosen in the combos: every CODPOSTAL of
@@ -124,23 +106,6 @@ QStringList CodigosPostalesDelMunicipio(const TFImportarVias& f) {
   return lista;
 }
 
-// The code of the next row: the physically last row's CODIGO1 plus one, or
-// the first code on an empty table. Read through a cursor of its own in
-// physical order, so TPostal's order and position are not disturbed.
-QString SiguienteCodigo(TTable* postal) {
-  QString codigo = kPrimerCodigo;
-  TTable fisica;
-  fisica.SetDatabaseName(postal->DatabaseName());
-  fisica.SetTableName(postal->TableName());
-  fisica.Open();
-  if (!fisica.IsEmpty()) {
-    fisica.Last();
-    codigo = Int_Cad(fisica.FieldByName(QStringLiteral("CODIGO1"))->AsInteger() + 1);
-  }
-  fisica.Close();
-  return codigo;
-}
-
 // The state of one GuardaVias call, and the searches that need it.
 class Guardado {
  public:
@@ -154,7 +119,7 @@ class Guardado {
     TBIndexa(QStringLiteral("VIA"), postal_);
     postal_->First();
     TBBusca(postal_,
-            {QStringLiteral("PROVINCIA"), provincia, QStringLiteral("CAPITAL"), kCapitalImportado,
+            {QStringLiteral("PROVINCIA"), provincia, QStringLiteral("CAPITAL"), CallesImportadas::CapitalImportado(),
              QStringLiteral("VIA"), via, QStringLiteral("TIPO_VIA"), QString()},
             false);
   }
@@ -180,7 +145,7 @@ class Guardado {
         continue;
       const Tramo guardado{dm_->TPostalIMPAR_INI->AsInteger(), dm_->TPostalIMPAR_FIN->AsInteger(),
                            dm_->TPostalPAR_INI->AsInteger(), dm_->TPostalPAR_FIN->AsInteger()};
-      if (guardado == nuevo || (guardado.esPorDefecto() && nuevo.todoCero())) repetida = true;
+      if (CallesImportadas::MismoTramo(guardado, nuevo)) repetida = true;
     }
     return repetida;
   }
@@ -230,7 +195,7 @@ class Guardado {
     {
       // A province run keeps the window open for its next municipality.
       EsperaDelDialogo espera(f_, TextoEspera(), !f_.bPorProvincias);
-      QString codigo = SiguienteCodigo(postal_);
+      QString codigo = CallesImportadas::SiguienteCodigo(postal_->DatabaseName(), postal_->TableName());
       PorCadaVia(espera, [&](int i) {
         const QString provincia = CodigoProvincia(f_.CBProvinciasZelmor);
         const QString codPostal =
@@ -246,13 +211,13 @@ class Guardado {
         if (BuscaEnPostal(provincia, tipo, via, codPostal, tramo)) return;
         // No numbers at all (modes 2 and 3, saved answers, a line without
         // range wording): the whole street.
-        const Tramo escrito = tramo.todoCero() ? Tramo{kImparIni, kImparFin, kParIni, kParFin} : tramo;
+        const Tramo escrito = CallesImportadas::TramoGuardado(tramo);
         const QString municipio = f_.CBMunicipiosZelmor->currentText();
         postal_->Append();
         dm_->TPostalPROVINCIA->SetAsString(provincia);
-        dm_->TPostalCAPITAL->SetAsString(kCapitalImportado);
-        dm_->TPostalTIPO_VIA->SetAsString(UpperCase(tipo));
-        dm_->TPostalVIA->SetAsString(UpperCase(via));
+        dm_->TPostalCAPITAL->SetAsString(CallesImportadas::CapitalImportado());
+        dm_->TPostalTIPO_VIA->SetAsString(CallesImportadas::TipoGuardado(tipo));
+        dm_->TPostalVIA->SetAsString(CallesImportadas::ViaGuardada(via));
         dm_->TPostalIMPAR_INI->SetAsInteger(escrito.imparIni);
         dm_->TPostalIMPAR_FIN->SetAsInteger(escrito.imparFin);
         dm_->TPostalPAR_INI->SetAsInteger(escrito.parIni);
@@ -260,10 +225,10 @@ class Guardado {
         dm_->TPostalCODPOSTAL->SetAsString(codPostal);
         dm_->TPostalMUNICIPI->SetAsString(municipio);
         dm_->TPostalCOD_INE->SetAsString(f_.oCodPostales->BuscaCodIne(municipio, provincia));
-        dm_->TPostalNOMBRE_2->SetAsString(LowerCase(via));
+        dm_->TPostalNOMBRE_2->SetAsString(CallesImportadas::Nombre2Guardado(via));
         dm_->TPostalCODIGO1->SetAsString(codigo);
         TBPost(postal_);
-        codigo = Int_Cad(Cad_Int(codigo) + 1);
+        codigo = CallesImportadas::CodigoDespues(codigo);
         Cuenta();
       });
     }

@@ -232,7 +232,7 @@ std::vector<MdxTags::Keeper> MdxTags::keepers() const {
 }
 
 void MdxTags::beforeWrite() {
-  if (!file_.hasProductionMdx()) return;  // nothing to keep
+  if (!file_.hasProductionMdx() || bulk_) return;  // nothing to keep, or kept at a bulk load's end
   if (writeUnderWay_) return;  // a run's earlier write holds the lock and left the mark
   auto refuse = [&] {
     return Error(ErrorKind::NotSupported, file_.name(),
@@ -277,7 +277,7 @@ void MdxTags::beforeWrite() {
 }
 
 void MdxTags::writeAbandoned() {
-  if (!writeUnderWay_ || file_.inWriteBatch()) return;  // a run's end lets go
+  if (!writeUnderWay_ || bulk_ || file_.inWriteBatch()) return;  // a run's or a bulk load's end lets go
   writeUnderWay_ = false;
   std::filesystem::remove(markFor(path_));
   lock_.reset();
@@ -311,7 +311,7 @@ void MdxTags::writeOut() {
 }
 
 void MdxTags::writeBatchEnded() {
-  if (!writeUnderWay_) return;
+  if (!writeUnderWay_ || bulk_) return;  // a bulk load writes the index at its own end
   try {
     endWrite();
   } catch (...) {
@@ -323,7 +323,7 @@ void MdxTags::writeBatchEnded() {
 // A tag read from the file within a run sees the run's writes so far: they
 // are written out first, the lock and the mark kept for the rest of the run.
 void MdxTags::writeOutForReading() {
-  if (!writeUnderWay_ || !file_.inWriteBatch()) return;
+  if (!writeUnderWay_ || !file_.inWriteBatch() || bulk_) return;
   try {
     writeOut();
   } catch (...) {
@@ -340,6 +340,7 @@ void MdxTags::rereadOwnWrite() {
 }
 
 void MdxTags::rowsAppended(uint32_t first, uint32_t last) {
+  if (bulk_) return;  // the index is written whole at the end, and read again
   if (!writeUnderWay_) {  // no index kept, or rows written without asking first
     if (mdx_ || file_.hasProductionMdx()) read();
     return;
@@ -373,6 +374,7 @@ void MdxTags::rowsAppended(uint32_t first, uint32_t last) {
 }
 
 void MdxTags::rowChanged(uint32_t recno, const char* oldRecord) {
+  if (bulk_) return;
   if (!writeUnderWay_) {
     if (mdx_ || file_.hasProductionMdx()) read();
     return;
@@ -401,7 +403,41 @@ void MdxTags::rowChanged(uint32_t recno, const char* oldRecord) {
     if (t) t->rowChanged(recno);
 }
 
+void MdxTags::beginBulkLoad() {
+  if (bulk_) throw Error(ErrorKind::InvalidArgument, file_.name(), "ya hay una carga en bloque en curso");
+  beforeWrite();  // the lock, and the mark of a write under way
+  if (!writeUnderWay_) return;  // no production index
+  bulk_ = true;
+}
+
+void MdxTags::endBulkLoad() {
+  if (!bulk_) return;
+  std::vector<TagDefinition> tags;
+  for (const MdxTagInfo& info : mdx_->tags())
+    tags.push_back({info.name, info.expression, info.forExpression, info.unique, info.descending});
+  bulk_ = false;
+  try {
+    // The lock and the mark stay while the index is written: another
+    // program does not repair it meanwhile, and a process killed now
+    // leaves it to be written anew at the next opening.
+    rebuildProductionIndex(file_, tags);
+  } catch (...) {
+    abandonCutWrite();
+    throw;
+  }
+  std::filesystem::remove(markFor(path_));
+  writeUnderWay_ = false;
+  lock_.reset();
+  read();
+}
+
 void MdxTags::rowsReloaded() {
+  // Within a bulk load the lock and the mark stay: its end writes the index
+  // from every row, another program's among them.
+  if (bulk_) {
+    read();
+    return;
+  }
   // Another program changed the rows within one of our runs of writes: what
   // the run wrote so far goes to the file and the run lets go before the
   // file is read again (its next write starts afresh).

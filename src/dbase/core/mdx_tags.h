@@ -21,6 +21,11 @@
 // A process killed in between leaves the mark: the next opening that finds
 // it with nobody holding the index's lock writes the index anew from the
 // rows and says so in warnings().
+//
+// A bulk load (beginBulkLoad .. endBulkLoad) takes the lock and leaves the
+// mark once for all its appends, enters none of their rows entry by entry,
+// and writes the index whole from the rows at its end: what a cut write's
+// repair does, on purpose. Killed in between, it is repaired the same way.
 #pragma once
 
 #include <memory>
@@ -65,6 +70,15 @@ class MdxTags : public RowListener {
   // dbase::Error naming the table, the tag and its expression when the
   // tag cannot be used.
   MdxTag* tag(std::string_view name);
+
+  // For loads large against the table: its index written whole once at the
+  // end instead of entry by entry on every append. Nothing to do on a table
+  // without a production index. endBulkLoad must follow, also when an
+  // append in between failed; cursors see the new rows in the tags served
+  // from the index once it has run.
+  void beginBulkLoad();
+  void endBulkLoad();
+  bool bulkLoad() const { return bulk_; }
 
   bool keepsProductionIndex() const override { return present(); }
   void beforeWrite() override;
@@ -118,6 +132,7 @@ class MdxTags : public RowListener {
   bool writeUnderWay_ = false;
   void forgetWriter();
   bool repairing_ = false;
+  bool bulk_ = false;
 };
 
 }  // namespace dbase

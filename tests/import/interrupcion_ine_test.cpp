@@ -1,0 +1,169 @@
+// The import of INE's street directory killed half-way. `codpostales
+// importar-ine` loads enough rows into a province file with a production
+// index to write the index once at the end, and is killed with SIGKILL at a
+// random moment of its run; each round starts again from the table as it was.
+// After each kill the engine opens the table (writing the index anew, and
+// saying so, when the kill cut a load), and every tag holds every row
+// exactly once. Then the import runs to its end from what the last kill left
+// and each row is there exactly once.
+//
+// CODPOSTALES_SEMILLA=N repeats a run; the seed is printed either way.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <QElapsedTimer>
+#include <QProcess>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <random>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "dbase/core/dbf_file.h"
+#include "dbase/core/mdx_build.h"
+#include "dbase/core/mdx_tags.h"
+#include "guarda_comun.h"
+#include "support/callejero_ine.h"
+#include "support/recorrido_mdx.h"
+#include "support/referencia.h"
+#include "support/temp_dir.h"
+
+using namespace inetest;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kCalles = 30000;
+constexpr int kRondas = 8;
+constexpr uint32_t kPrevias = 5;  // rows of the reference set's POSTAL28.DBF
+
+const std::vector<dbase::TagDefinition> kEtiquetas = {{"VIA", "PROVINCIA+CAPITAL+VIA+TIPO_VIA", "", false, false},
+                                                     {"MUNICIPI", "MUNICIPI", "", false, false},
+                                                     {"COD_INE", "COD_INE", "", false, false},
+                                                     {"SOLOVIA", "VIA", "", false, false}};
+
+class InterrupcionIneTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    limiteCache = dbase::DbfFile::cacheLimit();
+    dbase::DbfFile::setCacheLimit(0);  // every opening reads what the killed run left
+    testsupport::escribeJuegoDeReferencia(dir.path());
+    testsupport::writeFile(dir.file("TiposVia.csv"), "TIPO_VIA;SINONIMO;DESCRIPCION;COMENTARIO\nCALLE;CALLE;CALLE;\n");
+    {
+      auto tabla = dbase::DbfFile::open(rutaCalles());
+      dbase::rebuildProductionIndex(*tabla, kEtiquetas);
+    }
+    fs::copy_file(rutaCalles(), dir.file("POSTAL28.DBF.antes"));
+    fs::copy_file(rutaIndice(), dir.file("POSTAL28.MDX.antes"));
+    std::vector<std::string> vias, tramos;
+    for (int v = 1; v <= kCalles; ++v) {
+      vias.push_back(lineaVia(true, "28", "079", v, "CALLE", "CALLE DE LA PEÑA " + std::to_string(v)));
+      tramos.push_back(lineaTramo({"28", "079", v, "28013", 1, 1, 9 + 2 * (v % 50), 0, 1 + v % 9}));
+      tramos.push_back(lineaTramo({"28", "079", v, "28013", 2, 2, 10 + 2 * (v % 40), 0, 1 + v % 7}));
+    }
+    testsupport::writeFile(dir.file("VIAS.P28"), texto(vias));
+    testsupport::writeFile(dir.file("TRAM.P28"), texto(tramos));
+  }
+  void TearDown() override { dbase::DbfFile::setCacheLimit(limiteCache); }
+
+  std::string rutaCalles() const { return dir.file("Postales/POSTAL28.DBF"); }
+  std::string rutaIndice() const { return dir.file("Postales/POSTAL28.MDX"); }
+  QStringList argumentos() const {
+    return {"importar-ine", "--alias", QString::fromStdString(dir.path()), QString::fromStdString(dir.file("TRAM.P28")),
+            QString::fromStdString(dir.file("VIAS.P28"))};
+  }
+
+  void restaura() {
+    fs::copy_file(dir.file("POSTAL28.DBF.antes"), rutaCalles(), fs::copy_options::overwrite_existing);
+    fs::copy_file(dir.file("POSTAL28.MDX.antes"), rutaIndice(), fs::copy_options::overwrite_existing);
+  }
+
+  // The engine opens the table as the killed run left it; every tag holds
+  // every row once. The rows there.
+  uint32_t compruebaTabla() {
+    const std::string marca = dbase::MdxTags::markFor(rutaIndice());
+    const bool habiaMarca = fs::exists(marca);
+    uint32_t filas = 0;
+    {
+      auto tabla = dbase::DbfFile::open(rutaCalles());
+      dbase::MdxTags& indice = dbase::MdxTags::of(*tabla);
+      EXPECT_TRUE(indice.present()) << indice.problem();
+      if (habiaMarca) {
+        ++reparaciones;
+        for (const std::string& aviso : indice.warnings())
+          EXPECT_NE(aviso.find("se ha rehecho"), std::string::npos) << aviso;
+      }
+      filas = tabla->recordCount();
+      EXPECT_TRUE(tabla->warnings().empty()) << tabla->warnings().front();
+    }
+    EXPECT_FALSE(fs::exists(marca));
+    const auto recorridos = testsupport::recorridosDelMotor(rutaIndice());
+    EXPECT_EQ(recorridos.size(), kEtiquetas.size());
+    for (const auto& [etiqueta, recorrido] : recorridos)
+      EXPECT_EQ(testsupport::faltaOSobra(recorrido, filas), "") << "índice " << etiqueta;
+    return filas;
+  }
+
+  testsupport::TempDir dir;
+  uint64_t limiteCache = 0;
+  int reparaciones = 0;
+};
+
+}  // namespace
+
+TEST_F(InterrupcionIneTest, KilledAtAnyMomentTheTableOpensWithEveryTagRightAndTheNextRunCompletesIt) {
+  const char* dada = std::getenv("CODPOSTALES_SEMILLA");
+  const uint64_t semilla = dada ? std::strtoull(dada, nullptr, 10) : std::random_device{}();
+  std::printf("semilla %llu\n", static_cast<unsigned long long>(semilla));
+  RecordProperty("semilla", std::to_string(semilla));
+  std::mt19937_64 azar(semilla);
+
+  // How long a whole run takes here, on a copy.
+  qint64 entera = 0;
+  {
+    testsupport::TempDir copia;
+    fs::copy(dir.path(), copia.path(), fs::copy_options::recursive | fs::copy_options::overwrite_existing);
+    QStringList args = argumentos();
+    args[2] = QString::fromStdString(copia.path());
+    QElapsedTimer reloj;
+    reloj.start();
+    QProcess proceso;
+    proceso.start(QString::fromStdString(guarda::rutaCodpostales()), args);
+    ASSERT_TRUE(proceso.waitForFinished(120000));
+    ASSERT_EQ(proceso.exitCode(), 0) << proceso.readAllStandardError().toStdString();
+    entera = reloj.elapsed();
+  }
+
+  int muertes = 0;
+  for (int ronda = 1; ronda <= kRondas; ++ronda) {
+    restaura();
+    const int retrasoMs = std::uniform_int_distribution<int>(0, int(std::max<qint64>(entera, 1)))(azar);
+    QProcess proceso;
+    proceso.start(QString::fromStdString(guarda::rutaCodpostales()), argumentos());
+    ASSERT_TRUE(proceso.waitForStarted(10000));
+    std::this_thread::sleep_for(std::chrono::milliseconds(retrasoMs));
+    const bool matado = proceso.state() == QProcess::Running && ::kill(pid_t(proceso.processId()), SIGKILL) == 0;
+    ASSERT_TRUE(proceso.waitForFinished(120000));
+    muertes += matado;
+    const uint32_t filas = compruebaTabla();
+    std::printf("ronda %d: %s a los %d ms de %lld; %u filas\n", ronda, matado ? "matado" : "terminó solo", retrasoMs,
+                static_cast<long long>(entera), filas);
+    if (HasFailure()) return;
+  }
+
+  QProcess proceso;
+  proceso.start(QString::fromStdString(guarda::rutaCodpostales()), argumentos());
+  ASSERT_TRUE(proceso.waitForFinished(120000));
+  EXPECT_EQ(proceso.exitCode(), 0) << proceso.readAllStandardError().toStdString();
+  EXPECT_EQ(compruebaTabla(), kPrevias + kCalles);
+  const auto filas = guarda::leeTabla(rutaCalles());
+  std::set<QString> codigos;
+  for (const auto& f : filas) codigos.insert(f.value("VIA") + "|" + f.value("CODPOSTAL") + "|" + f.value("IMPAR_FIN"));
+  EXPECT_EQ(codigos.size(), size_t(kPrevias + kCalles));  // each street once
+  std::printf("%d muertes, %d índices rehechos al abrir\n", muertes, reparaciones);
+}
