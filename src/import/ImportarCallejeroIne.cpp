@@ -319,25 +319,16 @@ void Anade(dbase::DbfFile& tabla, const std::string& filas) {
   const size_t largo = tabla.recordLength();
   const size_t nuevas = filas.size() / largo;
   if (nuevas == 0) return;
-  dbase::MdxTags* indice = tabla.hasProductionMdx() ? &dbase::MdxTags::of(tabla) : nullptr;
-  const bool enBloque = indice && indice->present() && nuevas * 20 > size_t(tabla.recordCount()) + nuevas;
-  if (enBloque) indice->beginBulkLoad();
-  try {
-    for (size_t desde = 0; desde < nuevas; desde += kFilasPorEscritura) {
-      const size_t cuantas = std::min(kFilasPorEscritura, nuevas - desde);
-      tabla.appendMany(std::string_view(filas).substr(desde * largo, cuantas * largo));
-    }
-  } catch (...) {
-    if (enBloque) {
-      try {
-        indice->endBulkLoad();
-      } catch (...) {
-        // the mark stays: the index is written anew at the next opening
-      }
-    }
-    throw;
+  const bool enBloque = nuevas * 20 > size_t(tabla.recordCount()) + nuevas;
+  // A failure leaves the run to end as it can: an index it could not write
+  // keeps its mark, and the next opening writes it anew.
+  dbase::WriteBatch tanda(tabla, enBloque ? dbase::WriteBatch::Upkeep::WholeAtEnd
+                                           : dbase::WriteBatch::Upkeep::EntryByEntry);
+  for (size_t desde = 0; desde < nuevas; desde += kFilasPorEscritura) {
+    const size_t cuantas = std::min(kFilasPorEscritura, nuevas - desde);
+    tabla.appendMany(std::string_view(filas).substr(desde * largo, cuantas * largo));
   }
-  if (enBloque) indice->endBulkLoad();
+  tanda.finish();
 }
 
 // One run: the directory read, the host's tables it needs, the summary.

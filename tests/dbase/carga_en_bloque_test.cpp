@@ -62,13 +62,13 @@ class CargaEnBloque : public ::testing::Test {
 
 TEST_F(CargaEnBloque, RowsAppendedInTheLoadAreInEveryTagOnceItEnds) {
   MdxTags& indice = MdxTags::of(*file);
-  indice.beginBulkLoad();
+  WriteBatch carga(*file, WriteBatch::Upkeep::WholeAtEnd);
   EXPECT_TRUE(indice.bulkLoad());
   EXPECT_TRUE(fs::exists(marca()));
   file->appendMany(filas(3, 500));
   file->appendMany(filas(503, 500));
   file->append(filas(1003, 1));
-  indice.endBulkLoad();
+  carga.finish();
   EXPECT_FALSE(indice.bulkLoad());
   EXPECT_FALSE(fs::exists(marca()));
   EXPECT_EQ(file->recordCount(), 1003u);
@@ -81,11 +81,11 @@ TEST_F(CargaEnBloque, RowsAppendedInTheLoadAreInEveryTagOnceItEnds) {
 TEST_F(CargaEnBloque, ALoadOnATableWithoutAnIndexDoesNothingSpecial) {
   auto sinIndice = makeTable(dir.path(), "SIN.DBF", {charField("VIA", 20)}, {{"MAYOR"}});
   MdxTags& indice = MdxTags::of(*sinIndice);
-  indice.beginBulkLoad();
+  WriteBatch carga(*sinIndice, WriteBatch::Upkeep::WholeAtEnd);
   EXPECT_FALSE(indice.bulkLoad());
   std::string r = sinIndice->blankRecord();
   sinIndice->append(r);
-  indice.endBulkLoad();
+  carga.finish();
   EXPECT_EQ(sinIndice->recordCount(), 2u);
   EXPECT_FALSE(fs::exists(dir.file("SIN.MDX")));
 }
@@ -99,8 +99,8 @@ TEST_F(CargaEnBloque, ALoadKilledHalfWayLeavesATableWhoseNextOpeningWritesTheInd
   const pid_t hijo = fork();
   if (hijo == 0) {
     auto f = DbfFile::open(dir.file("CALLES.DBF"));
-    MdxTags& indice = MdxTags::of(*f);
-    indice.beginBulkLoad();
+    MdxTags::of(*f);
+    WriteBatch carga(*f, WriteBatch::Upkeep::WholeAtEnd);
     f->appendMany(nuevas);
     _exit(0);  // killed before the load ends
   }

@@ -729,12 +729,18 @@ void DbfFile::update(uint32_t recno, std::string_view record) {
   tellListeners([&](RowListener& l) { l.rowChanged(recno, old.data()); });
 }
 
-void DbfFile::beginWriteBatch() {
-  // The append lock first, for the whole run: the index file's lock, which a
-  // run holds from its first write to its last, is always taken after it, by
-  // us and by any program that follows the same order.
-  if (batchDepth_ == 0 && writable_) batchLock_ = std::make_unique<AppendLock>(fd_, name_);
-  ++batchDepth_;
+void DbfFile::beginWriteBatch(bool wholeIndexAtEnd) {
+  if (batchDepth_++ > 0) return;
+  try {
+    // The append lock first, for the whole run: the index file's lock, which
+    // a run holds from its first write to its last, is always taken after
+    // it, by us and by any program that follows the same order.
+    if (writable_) batchLock_ = std::make_unique<AppendLock>(fd_, name_);
+    tellListeners([&](RowListener& l) { l.writeBatchStarted(wholeIndexAtEnd); });
+  } catch (...) {
+    endWriteBatch();  // the listeners that started let go again
+    throw;
+  }
 }
 
 void DbfFile::endWriteBatch() {
@@ -746,7 +752,9 @@ void DbfFile::endWriteBatch() {
   tellListeners([](RowListener& l) { l.writeBatchEnded(); });
 }
 
-WriteBatch::WriteBatch(DbfFile& file) : file_(file) { file_.beginWriteBatch(); }
+WriteBatch::WriteBatch(DbfFile& file, Upkeep upkeep) : file_(file) {
+  file_.beginWriteBatch(upkeep == Upkeep::WholeAtEnd);
+}
 
 WriteBatch::~WriteBatch() {
   if (!open_) return;

@@ -169,7 +169,7 @@ class DbfFile {
 
   DbfFile() = default;
   friend class WriteBatch;
-  void beginWriteBatch();
+  void beginWriteBatch(bool wholeIndexAtEnd);
   void endWriteBatch();
   class WriteAnnounced;
   void tellListeners(const std::function<void(RowListener&)>& tell);
@@ -216,16 +216,23 @@ class DbfFile {
 };
 
 // A run of writes to one table that other programs see whole: the table's
-// append lock is held from the first write to the last, and what is kept
-// over the rows (the production index) reaches the disk once, when the run
-// ends, instead of after every row. The rows themselves are written one by
-// one as always. Runs nest; the outermost one ends the run. A process killed
+// append lock, and then its index's lock, are held from the first write to
+// the last, and the index reaches the disk once, when the run ends, instead
+// of after every row. The rows themselves are written one by one as always.
+// Runs nest; the outermost one decides and ends the run. A process killed
 // within a run leaves the index to be written anew at the next opening, as
-// any cut write does. Waits for the append lock as a write does, and throws
-// dbase::Error when it does not come.
+// any cut write does. Waits for the locks as a write does, and throws
+// dbase::Error when they do not come.
 class WriteBatch {
  public:
-  explicit WriteBatch(DbfFile& file);
+  // How the run keeps the table's production index: entry by entry as each
+  // row is written, the entries reaching the file once at the run's end; or
+  // written whole from the rows at the run's end, which costs less when the
+  // run adds many rows against those the table has (cursors on the index's
+  // tags see the run's rows only then).
+  enum class Upkeep { EntryByEntry, WholeAtEnd };
+
+  explicit WriteBatch(DbfFile& file, Upkeep upkeep = Upkeep::EntryByEntry);
   // Ends the run if finish() did not: a failure to bring the index up to
   // date is then left to the next opening, which writes it anew.
   ~WriteBatch();

@@ -311,7 +311,8 @@ void MdxTags::writeOut() {
 }
 
 void MdxTags::writeBatchEnded() {
-  if (!writeUnderWay_ || bulk_) return;  // a bulk load writes the index at its own end
+  if (bulk_) return endBulkLoad();
+  if (!writeUnderWay_) return;
   try {
     endWrite();
   } catch (...) {
@@ -403,15 +404,14 @@ void MdxTags::rowChanged(uint32_t recno, const char* oldRecord) {
     if (t) t->rowChanged(recno);
 }
 
-void MdxTags::beginBulkLoad() {
-  if (bulk_) throw Error(ErrorKind::InvalidArgument, file_.name(), "ya hay una carga en bloque en curso");
+void MdxTags::writeBatchStarted(bool wholeAtEnd) {
+  if (!wholeAtEnd) return;  // the first write takes the lock and leaves the mark
   beforeWrite();  // the lock, and the mark of a write under way
   if (!writeUnderWay_) return;  // no production index
   bulk_ = true;
 }
 
 void MdxTags::endBulkLoad() {
-  if (!bulk_) return;
   std::vector<TagDefinition> tags;
   for (const MdxTagInfo& info : mdx_->tags())
     tags.push_back({info.name, info.expression, info.forExpression, info.unique, info.descending});

@@ -22,10 +22,11 @@
 // it with nobody holding the index's lock writes the index anew from the
 // rows and says so in warnings().
 //
-// A bulk load (beginBulkLoad .. endBulkLoad) takes the lock and leaves the
-// mark once for all its appends, enters none of their rows entry by entry,
-// and writes the index whole from the rows at its end: what a cut write's
-// repair does, on purpose. Killed in between, it is repaired the same way.
+// A run that asks for the index written whole at its end (a bulk load) takes
+// the lock and leaves the mark once for all its appends, enters none of their
+// rows entry by entry, and writes the index whole from the rows at its end:
+// what a cut write's repair does, on purpose. Killed in between, it is
+// repaired the same way.
 #pragma once
 
 #include <memory>
@@ -71,18 +72,14 @@ class MdxTags : public RowListener {
   // tag cannot be used.
   MdxTag* tag(std::string_view name);
 
-  // For loads large against the table: its index written whole once at the
-  // end instead of entry by entry on every append. Nothing to do on a table
-  // without a production index. endBulkLoad must follow, also when an
-  // append in between failed; cursors see the new rows in the tags served
-  // from the index once it has run.
-  void beginBulkLoad();
-  void endBulkLoad();
+  // Within a run of writes that asked for the index written whole at its
+  // end (WriteBatch::Upkeep::WholeAtEnd): rows enter no entry of their own meanwhile.
   bool bulkLoad() const { return bulk_; }
 
   bool keepsProductionIndex() const override { return present(); }
   void beforeWrite() override;
   void writeAbandoned() override;
+  void writeBatchStarted(bool wholeAtEnd) override;
   void writeBatchEnded() override;
   void rowsAppended(uint32_t first, uint32_t last) override;
   void rowChanged(uint32_t recno, const char* oldRecord) override;
@@ -111,6 +108,7 @@ class MdxTags : public RowListener {
   void writeOut();
   void writeOutForReading();
   void abandonCutWrite();
+  void endBulkLoad();
 
   DbfFile& file_;
   std::string path_;

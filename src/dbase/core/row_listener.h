@@ -25,8 +25,13 @@ class RowListener {
   // be written after all; rowsAppended or rowChanged when they were.
   virtual void beforeWrite() {}
   virtual void writeAbandoned() {}
-  // The last write of a run (WriteBatch) is done: what the listener kept
-  // back from the run's writes is written now. Throws when it cannot be.
+  // A run of writes (WriteBatch) starts, with the table's append lock held;
+  // `wholeAtEnd`: the run asks for what is kept over the rows to be written
+  // whole from them at its end rather than entry by entry. Throwing refuses
+  // the run.
+  virtual void writeBatchStarted(bool wholeAtEnd) { (void)wholeAtEnd; }
+  // The last write of a run is done: what the listener kept back from the
+  // run's writes is written now. Throws when it cannot be.
   virtual void writeBatchEnded() {}
   // Every row was read anew from disk: another program changed the file.
   virtual void rowsReloaded() = 0;
