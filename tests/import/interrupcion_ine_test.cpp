@@ -29,6 +29,7 @@
 #include "guarda_comun.h"
 #include "support/callejero_ine.h"
 #include "support/recorrido_mdx.h"
+#include "support/tras_un_corte.h"
 #include "support/referencia.h"
 #include "support/temp_dir.h"
 
@@ -86,22 +87,9 @@ class InterrupcionIneTest : public ::testing::Test {
   // The engine opens the table as the killed run left it; every tag holds
   // every row once. The rows there.
   uint32_t compruebaTabla() {
-    const std::string marca = dbase::MdxTags::markFor(rutaIndice());
-    const bool habiaMarca = fs::exists(marca);
-    uint32_t filas = 0;
-    {
-      auto tabla = dbase::DbfFile::open(rutaCalles());
-      dbase::MdxTags& indice = dbase::MdxTags::of(*tabla);
-      EXPECT_TRUE(indice.present()) << indice.problem();
-      if (habiaMarca) {
-        ++reparaciones;
-        for (const std::string& aviso : indice.warnings())
-          EXPECT_NE(aviso.find("se ha rehecho"), std::string::npos) << aviso;
-      }
-      filas = tabla->recordCount();
-      EXPECT_TRUE(tabla->warnings().empty()) << tabla->warnings().front();
-    }
-    EXPECT_FALSE(fs::exists(marca));
+    const testsupport::TrasUnCorte abierta = testsupport::abreTrasUnCorte(rutaCalles(), rutaIndice());
+    reparaciones += abierta.reparado;
+    const uint32_t filas = abierta.filas;
     const auto recorridos = testsupport::recorridosDelMotor(rutaIndice());
     EXPECT_EQ(recorridos.size(), kEtiquetas.size());
     for (const auto& [etiqueta, recorrido] : recorridos)

@@ -30,6 +30,7 @@
 #include "dbase/core/mdx_tags.h"
 #include "import/guarda_comun.h"
 #include "support/recorrido_mdx.h"
+#include "support/tras_un_corte.h"
 #include "support/referencia.h"
 #include "support/temp_dir.h"
 
@@ -283,24 +284,9 @@ class InterrupcionConIndiceTest : public InterrupcionTest {
   // by the engine and by Perl, holds every row exactly once, with the keys
   // the rows give.
   void compruebaIndice() {
-    const std::string marca = dbase::MdxTags::markFor(rutaIndice());
-    const bool habiaMarca = fs::exists(marca);
-    uint32_t filas = 0;
-    {
-      auto tabla = dbase::DbfFile::open(rutaCalles());
-      dbase::MdxTags& indice = dbase::MdxTags::of(*tabla);
-      EXPECT_TRUE(indice.present()) << indice.problem();
-      if (habiaMarca) {
-        ++reparaciones;
-        EXPECT_EQ(indice.warnings().size(), 1u);
-        for (const std::string& aviso : indice.warnings())
-          EXPECT_NE(aviso.find("se ha rehecho"), std::string::npos) << aviso;
-      } else {
-        for (const std::string& aviso : indice.warnings()) ADD_FAILURE() << "aviso sin marca: " << aviso;
-      }
-      filas = tabla->recordCount();
-    }
-    EXPECT_FALSE(fs::exists(marca));
+    const testsupport::TrasUnCorte abierta = testsupport::abreTrasUnCorte(rutaCalles(), rutaIndice());
+    reparaciones += abierta.reparado;
+    const uint32_t filas = abierta.filas;
     const auto nuestros = testsupport::recorridosDelMotor(rutaIndice());
     EXPECT_EQ(nuestros.size(), kEtiquetas.size());
     for (const auto& [etiqueta, recorrido] : nuestros) {
