@@ -35,13 +35,13 @@
 #include <vector>
 
 #include "generar_comun.h"
+#include "import/CallejeroIneLineas.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
 constexpr size_t kTramosPorDefecto = 1'600'000;  // generar_nacional's, for the same streets
-constexpr size_t kLargoTramo = 273;
 // Share of the stretches cut once more between two census sections: enough
 // for the import to have stretches to join everywhere, few enough for the
 // national file to keep INE's size (about a million and a half stretches).
@@ -68,16 +68,6 @@ std::string latin1(std::string_view utf8) {
 // INE's form of a name: upper case, no accents but Ñ, Latin-1.
 std::string nombreIne(std::string_view utf8) { return latin1(gen::withoutAccents(utf8)); }
 
-void pon(std::string& linea, size_t desde, size_t largo, std::string_view texto) {
-  for (size_t i = 0; i < largo; ++i) linea[desde + i] = i < texto.size() ? texto[i] : ' ';
-}
-
-std::string cifras(long valor, int n) {
-  char b[32];
-  std::snprintf(b, sizeof b, "%0*ld", n, valor);
-  return b;
-}
-
 // The INE type of each of the host's (cadastre) codes: the INE code whose
 // name is the host type's name; the host code itself where INE has none.
 std::map<std::string, std::string> tiposIne(const fs::path& datos, const gen::Datos& d) {
@@ -99,79 +89,6 @@ struct Linea {
   std::string texto;
 };
 
-// One stretch of TRAM: both blocks alike, as in a complete file.
-struct Tramo {
-  std::string prov, mun;
-  int dist = 1, secc = 1, cun = 1001, cvia = 0, cpsvia = 0, tinum = 0, ein = 0, esn = 0;
-  std::string cpos, nentsic, nnuclec, nviac, dpsvia;
-};
-
-std::string lineaTramo(const Tramo& t, const char* fecha) {
-  std::string l(kLargoTramo, ' ');
-  const std::string dist = cifras(t.dist, 2), secc = cifras(t.secc, 3), cun = cifras(t.cun, 7),
-                    cvia = cifras(t.cvia, 5), cpsvia = cifras(t.cpsvia, 5);
-  const std::string tinum = std::to_string(t.tinum);
-  const std::string ein = t.tinum == 0 ? "0000S" : cifras(t.ein, 4) + " ";
-  const std::string esn = t.tinum == 0 ? "0000S" : cifras(t.esn, 4) + " ";
-  pon(l, 0, 2, t.prov);
-  pon(l, 2, 3, t.mun);
-  pon(l, 5, 2, dist);
-  pon(l, 7, 3, secc);
-  pon(l, 13, 7, cun);
-  pon(l, 20, 5, cvia);
-  pon(l, 25, 5, cpsvia);
-  pon(l, 42, 5, t.cpos);
-  pon(l, 47, 1, tinum);
-  pon(l, 48, 5, ein);
-  pon(l, 53, 5, esn);
-  pon(l, 61, 8, fecha);
-  pon(l, 70, 2, dist);
-  pon(l, 72, 3, secc);
-  pon(l, 78, 7, cun);
-  pon(l, 85, 25, t.nnuclec);
-  pon(l, 110, 25, t.nentsic);
-  pon(l, 135, 25, t.nnuclec);
-  pon(l, 160, 5, cvia);
-  pon(l, 165, 25, t.nviac);
-  pon(l, 190, 5, cpsvia);
-  pon(l, 195, 50, t.dpsvia);
-  pon(l, 257, 5, t.cpos);
-  pon(l, 262, 1, tinum);
-  pon(l, 263, 5, ein);
-  pon(l, 268, 5, esn);
-  return l;
-}
-
-std::string lineaVia(const Diseno& d, const std::string& prov, const std::string& mun, int cvia,
-                     const std::string& tvia, const std::string& nvia) {
-  const std::string codigo = cifras(cvia, 5);
-  const std::string corto = nvia.substr(0, std::min<size_t>(nvia.size(), 25));
-  if (!d.nuevo) {
-    std::string l(108, ' ');
-    pon(l, 0, 2, prov);
-    pon(l, 2, 3, mun);
-    pon(l, 5, 5, codigo);
-    pon(l, 13, 8, d.fecha);
-    pon(l, 22, 5, codigo);
-    pon(l, 27, 5, tvia);
-    pon(l, 32, 1, "0");
-    pon(l, 33, 50, nvia);
-    pon(l, 83, 25, corto);
-    return l;
-  }
-  std::string l(132, ' ');
-  pon(l, 0, 2, prov);
-  pon(l, 2, 3, mun);
-  pon(l, 5, 5, codigo);
-  pon(l, 10, 25, corto);
-  pon(l, 38, 8, d.fecha);
-  pon(l, 47, 5, codigo);
-  pon(l, 52, 5, tvia);
-  pon(l, 57, 50, nvia);
-  pon(l, 107, 25, corto);
-  return l;
-}
-
 const std::vector<std::string> kPseudovias = {"POLIGONO INDUSTRIAL", "URBANIZACION LOS PINOS", "AREA RECREATIVA",
                                               "ZONA DEPORTIVA",      "POLIGONO AGRICOLA",      "DISEMINADO"};
 
@@ -190,13 +107,15 @@ Municipio municipio(const gen::Municipio& m, const std::vector<gen::Calle>& call
   const gen::Region region = gen::regionDe(m.prov);
   const std::string nucleo = nombreIne(gen::cut(m.nombre, 25));
   const int secciones = int(std::max<size_t>(1, calles.size() / 40));
-  auto seccion = [&](Tramo& t) {
+  auto seccion = [&](ine::TramoEscrito& t) {
     const int s = int(azar.menor(size_t(secciones)));
-    t.dist = 1 + s / 30;
-    t.secc = 1 + s % 30;
+    t.distrito = 1 + s / 30;
+    t.seccion = 1 + s % 30;
   };
-  auto anade = [&](const Tramo& t) {
-    out.tramos.push_back({{t.dist * 1000 + t.secc, t.cun, t.cvia, t.cpsvia, t.tinum, t.ein}, lineaTramo(t, d.fecha)});
+  auto anade = [&](ine::TramoEscrito t) {
+    t.fecha = d.fecha;
+    out.tramos.push_back(
+        {{t.distrito * 1000 + t.seccion, t.unidad, t.via, t.pseudovia, t.tinum, t.inicio}, ine::LineaDeTramo(t)});
   };
   int cvia = 0;
   for (const gen::Calle& c : calles) {
@@ -207,15 +126,16 @@ Municipio municipio(const gen::Municipio& m, const std::vector<gen::Calle>& call
     std::string nvia = nombreIne(c.via);
     if (nvia.size() > 50) nvia.resize(50);
     while (!nvia.empty() && nvia.back() == ' ') nvia.pop_back();
-    out.vias.push_back(lineaVia(d, m.prov, m.numero, cvia, tvia, nvia));
+    out.vias.push_back(ine::LineaDeVia(d.nuevo ? ine::Diseno::Nuevo : ine::Diseno::Antiguo, m.prov, m.numero, cvia, tvia,
+                                       nvia, d.fecha));
 
-    Tramo base;
-    base.prov = m.prov;
-    base.mun = m.numero;
-    base.cvia = cvia;
-    base.nentsic = nucleo;
-    base.nnuclec = nucleo;
-    base.nviac = nvia.substr(0, std::min<size_t>(nvia.size(), 25));
+    ine::TramoEscrito base;
+    base.provincia = m.prov;
+    base.municipio = m.numero;
+    base.via = cvia;
+    base.entidad = nucleo;
+    base.nucleo = nucleo;
+    base.nombreVia = nvia.substr(0, std::min<size_t>(nvia.size(), 25));
 
     const bool corta = c.tipo == "PZ" || c.tipo == "GL" || c.tipo == "PJ" || c.tipo == "CJ";
     if (corta && azar.probable(0.25)) {
@@ -223,8 +143,8 @@ Municipio municipio(const gen::Municipio& m, const std::vector<gen::Calle>& call
       std::set<size_t> postales;
       for (const auto& tr : c.tramos) postales.insert(tr.postal);
       for (size_t p : postales) {
-        Tramo t = base;
-        t.cpos = m.postales[p];
+        ine::TramoEscrito t = base;
+        t.codPostal = m.postales[p];
         seccion(t);
         anade(t);
         ++out.tramosDeCalle;
@@ -249,22 +169,22 @@ Municipio municipio(const gen::Municipio& m, const std::vector<gen::Calle>& call
         runs.push_back({ini, fin, tr.postal});
       }
       for (const Tramado& r : runs) {
-        Tramo t = base;
+        ine::TramoEscrito t = base;
         t.tinum = paridad;
-        t.cpos = m.postales[r.postal];
+        t.codPostal = m.postales[r.postal];
         const int numeros = (r.fin - r.ini) / 2 + 1;
         if (numeros >= 4 && azar.probable(kCorteEntreSecciones)) {
           const int corte = r.ini + 2 * (1 + int(azar.menor(size_t(numeros - 2))));
-          Tramo a = t, b = t;
-          a.ein = r.ini, a.esn = corte - 2;
-          b.ein = corte, b.esn = r.fin;
+          ine::TramoEscrito a = t, b = t;
+          a.inicio = r.ini, a.fin = corte - 2;
+          b.inicio = corte, b.fin = r.fin;
           seccion(a);
           seccion(b);
           anade(a);
           anade(b);
           out.tramosDeCalle += 2;
         } else {
-          t.ein = r.ini, t.esn = r.fin;
+          t.inicio = r.ini, t.fin = r.fin;
           seccion(t);
           anade(t);
           ++out.tramosDeCalle;
@@ -277,29 +197,29 @@ Municipio municipio(const gen::Municipio& m, const std::vector<gen::Calle>& call
   int cun = 2;
   if (entidades)
     for (const gen::Entidad& e : *entidades) {
-      Tramo t;
-      t.prov = m.prov;
-      t.mun = m.numero;
-      t.cun = (cun++) * 1000 + 99;
-      t.cpos = e.postal;
-      t.nentsic = nombreIne(gen::cut(e.nombre, 25));
-      t.nnuclec = t.nentsic;
+      ine::TramoEscrito t;
+      t.provincia = m.prov;
+      t.municipio = m.numero;
+      t.unidad = (cun++) * 1000 + 99;
+      t.codPostal = e.postal;
+      t.entidad = nombreIne(gen::cut(e.nombre, 25));
+      t.nucleo = t.entidad;
       seccion(t);
       anade(t);
     }
   const size_t pseudovias = calles.size() / 60;
   for (size_t i = 0; i < pseudovias; ++i) {
-    Tramo t;
-    t.prov = m.prov;
-    t.mun = m.numero;
-    t.cpsvia = int(i + 1) * 10;
-    t.cpos = m.postales[azar.menor(m.postales.size())];
-    t.dpsvia = kPseudovias[i % kPseudovias.size()];
-    t.nentsic = nucleo;
-    t.nnuclec = nucleo;
+    ine::TramoEscrito t;
+    t.provincia = m.prov;
+    t.municipio = m.numero;
+    t.pseudovia = int(i + 1) * 10;
+    t.codPostal = m.postales[azar.menor(m.postales.size())];
+    t.nombrePseudovia = kPseudovias[i % kPseudovias.size()];
+    t.entidad = nucleo;
+    t.nucleo = nucleo;
     t.tinum = 1 + int(azar.menor(2));
-    t.ein = t.tinum;
-    t.esn = t.tinum + 2 * int(azar.menor(20));
+    t.inicio = t.tinum;
+    t.fin = t.tinum + 2 * int(azar.menor(20));
     seccion(t);
     anade(t);
   }
