@@ -278,9 +278,7 @@ void MdxTags::beforeWrite() {
 
 void MdxTags::writeAbandoned() {
   if (!writeUnderWay_ || bulk_ || file_.inWriteBatch()) return;  // a run's or a bulk load's end lets go
-  writeUnderWay_ = false;
-  std::filesystem::remove(markFor(path_));
-  lock_.reset();
+  letGo();
 }
 
 // The rows are written and the index is not: the mark stays, and reading the
@@ -299,6 +297,11 @@ constexpr size_t kNodesKept = size_t(1) << 16;
 void MdxTags::endWrite() {
   if (file_.inWriteBatch()) return;  // written when the run ends
   writeOut();
+  letGo();
+}
+
+// The index is whole on disk: the mark comes off and the lock goes.
+void MdxTags::letGo() {
   std::filesystem::remove(markFor(path_));
   writeUnderWay_ = false;
   lock_.reset();
@@ -425,9 +428,7 @@ void MdxTags::endBulkLoad() {
     abandonCutWrite();
     throw;
   }
-  std::filesystem::remove(markFor(path_));
-  writeUnderWay_ = false;
-  lock_.reset();
+  letGo();
   read();
 }
 
@@ -448,9 +449,7 @@ void MdxTags::rowsReloaded() {
       abandonCutWrite();  // the mark stays: reading again writes the index anew
       return;
     }
-    std::filesystem::remove(markFor(path_));
-    writeUnderWay_ = false;
-    lock_.reset();
+    letGo();
   }
   read();
 }

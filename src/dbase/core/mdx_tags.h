@@ -107,6 +107,7 @@ class MdxTags : public RowListener {
   // The changes made so far written, the file's state taken from them.
   void writeOut();
   void writeOutForReading();
+  void letGo();
   void abandonCutWrite();
   void endBulkLoad();
 
