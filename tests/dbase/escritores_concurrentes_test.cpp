@@ -30,6 +30,7 @@
 #include "dbase/core/mdx_tag.h"
 #include "dbase/core/mdx_tags.h"
 #include "support/recorrido_mdx.h"
+#include "support/semilla.h"
 #include "support/tables.h"
 #include "support/temp_dir.h"
 
@@ -272,11 +273,7 @@ size_t compruebaEtiquetas(const TempDir& dir, const std::string& nombre, uint32_
 }  // namespace
 
 TEST(EscritoresConcurrentes, FourWritersAndTwoReadersLeaveEveryRowOnceInEveryTag) {
-  const char* dada = std::getenv("CODPOSTALES_SEMILLA");
-  const uint64_t semilla = dada ? std::strtoull(dada, nullptr, 10) : std::random_device{}();
-  std::printf("semilla %llu (CODPOSTALES_SEMILLA=%llu la repite)\n", static_cast<unsigned long long>(semilla),
-              static_cast<unsigned long long>(semilla));
-  RecordProperty("semilla", std::to_string(semilla));
+  const uint64_t semilla = testsupport::semillaDeLaPrueba();
 
   TempDir dir;
   const std::string tabla = dir.file("CONCUR.DBF");
@@ -366,11 +363,7 @@ TEST(EscritoresConcurrentes, FourWritersAndTwoReadersLeaveEveryRowOnceInEveryTag
 // whole, the steady writers' rows are each there once, the killed writer's
 // at most once, and every tag holds every row exactly once.
 TEST(EscritoresConcurrentes, WritersKilledAmongOthersLeaveEveryTagHoldingEveryRowOnce) {
-  const char* dada = std::getenv("CODPOSTALES_SEMILLA");
-  const uint64_t semilla = dada ? std::strtoull(dada, nullptr, 10) : std::random_device{}();
-  std::printf("semilla %llu (CODPOSTALES_SEMILLA=%llu la repite)\n", static_cast<unsigned long long>(semilla),
-              static_cast<unsigned long long>(semilla));
-  RecordProperty("semilla", std::to_string(semilla));
+  const uint64_t semilla = testsupport::semillaDeLaPrueba();
   std::mt19937_64 azar(semilla);
   constexpr int kConstantes = 2, kFilasConstantes = 5000, kMuertes = 16;
   constexpr int kVictima = kConstantes;  // the killed writer's letter follows the steady ones'

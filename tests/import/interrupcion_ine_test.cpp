@@ -29,6 +29,7 @@
 #include "guarda_comun.h"
 #include "support/callejero_ine.h"
 #include "support/recorrido_mdx.h"
+#include "support/semilla.h"
 #include "support/tras_un_corte.h"
 #include "support/referencia.h"
 #include "support/temp_dir.h"
@@ -105,10 +106,7 @@ class InterrupcionIneTest : public ::testing::Test {
 }  // namespace
 
 TEST_F(InterrupcionIneTest, KilledAtAnyMomentTheTableOpensWithEveryTagRightAndTheNextRunCompletesIt) {
-  const char* dada = std::getenv("CODPOSTALES_SEMILLA");
-  const uint64_t semilla = dada ? std::strtoull(dada, nullptr, 10) : std::random_device{}();
-  std::printf("semilla %llu\n", static_cast<unsigned long long>(semilla));
-  RecordProperty("semilla", std::to_string(semilla));
+  const uint64_t semilla = testsupport::semillaDeLaPrueba();
   std::mt19937_64 azar(semilla);
 
   // How long a whole run takes here, on a copy.

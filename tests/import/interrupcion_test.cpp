@@ -30,6 +30,7 @@
 #include "dbase/core/mdx_tags.h"
 #include "import/guarda_comun.h"
 #include "support/recorrido_mdx.h"
+#include "support/semilla.h"
 #include "support/tras_un_corte.h"
 #include "support/referencia.h"
 #include "support/temp_dir.h"
@@ -150,15 +151,6 @@ class InterrupcionTest : public ::testing::Test {
       }
     ultimoDbfread = nDbfread;
     return nMotor;
-  }
-
-  static uint64_t semilla() {
-    const char* dada = std::getenv("CODPOSTALES_SEMILLA");
-    const uint64_t s = dada ? std::strtoull(dada, nullptr, 10) : std::random_device{}();
-    std::printf("semilla %llu (CODPOSTALES_SEMILLA=%llu la repite)\n", static_cast<unsigned long long>(s),
-                static_cast<unsigned long long>(s));
-    RecordProperty("semilla", std::to_string(s));
-    return s;
   }
 
   // Runs the import `rondas` times, killing it with SIGKILL at a random
@@ -321,7 +313,7 @@ class InterrupcionConIndiceTest : public InterrupcionTest {
 
 
 TEST_F(InterrupcionTest, KilledImportLeavesWholeRowsAndARerunStoresTheRestOnce) {
-  std::mt19937_64 azar(semilla());
+  std::mt19937_64 azar(testsupport::semillaDeLaPrueba());
   QElapsedTimer total;
   total.start();
   const int presentes = mataImportaciones(azar, kRondas, nullptr);
@@ -330,7 +322,7 @@ TEST_F(InterrupcionTest, KilledImportLeavesWholeRowsAndARerunStoresTheRestOnce) 
 }
 
 TEST_F(InterrupcionConIndiceTest, KilledImportLeavesEveryStreetTagHoldingEveryRowOnce) {
-  std::mt19937_64 azar(semilla());
+  std::mt19937_64 azar(testsupport::semillaDeLaPrueba());
   QElapsedTimer total;
   total.start();
   const int presentes = mataImportaciones(azar, kRondasConIndice, [this] { compruebaIndice(); });
