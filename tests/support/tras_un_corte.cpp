@@ -2,12 +2,27 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <filesystem>
 
 #include "dbase/core/dbf_file.h"
 #include "dbase/core/mdx_tags.h"
 
 namespace testsupport {
+
+namespace {
+
+// A writer killed between a row and the header's count leaves whole rows past
+// the count; the engine reads them and says so. That is the one thing a cut
+// may leave the table itself to say.
+bool filasTrasLaCuenta(const std::string& aviso) {
+  unsigned declaradas = 0, completas = 0;
+  return std::sscanf(aviso.c_str(), "la cabecera declara %u registros y el fichero tiene %u completos", &declaradas,
+                     &completas) == 2 &&
+         completas > declaradas;
+}
+
+}  // namespace
 
 TrasUnCorte abreTrasUnCorte(const std::string& dbf, const std::string& mdx) {
   const std::string marca = dbase::MdxTags::markFor(mdx);
@@ -24,7 +39,8 @@ TrasUnCorte abreTrasUnCorte(const std::string& dbf, const std::string& mdx) {
     } else {
       for (const std::string& aviso : indice.warnings()) ADD_FAILURE() << "aviso sin marca: " << aviso;
     }
-    for (const std::string& aviso : tabla->warnings()) ADD_FAILURE() << "aviso de la tabla: " << aviso;
+    for (const std::string& aviso : tabla->warnings())
+      if (!filasTrasLaCuenta(aviso)) ADD_FAILURE() << "aviso de la tabla: " << aviso;
     r.filas = tabla->recordCount();
   }
   EXPECT_FALSE(std::filesystem::exists(marca));

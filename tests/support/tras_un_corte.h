@@ -15,7 +15,8 @@ struct TrasUnCorte {
 
 // Opens `dbf` (with its production index `mdx`) and checks what the engine
 // did: the index present, one warning that it was written anew exactly when
-// the mark stood, no warning of the table's own, and the mark gone after.
+// the mark stood, no warning of the table's own but that of whole rows a
+// killed append left past the header's count, and the mark gone after.
 TrasUnCorte abreTrasUnCorte(const std::string& dbf, const std::string& mdx);
 
 }  // namespace testsupport
