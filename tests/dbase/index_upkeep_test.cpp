@@ -338,6 +338,33 @@ TEST_F(IndexUpkeep, ARunOfWritesReachesTheIndexFileWhenItEnds) {
   expectIndexAsRebuilt();
 }
 
+TEST_F(IndexUpkeep, RowsARunAppendsAndThenEditsReachTheIndexWithTheirLastKeys) {
+  std::mt19937 rng(77);
+  const char* const provinces[] = {"05", "28", "30", "49", "99"};
+  {
+    WriteBatch run(*file);
+    for (int call = 0; call < 6; ++call) {
+      std::string records;
+      for (int i = 0; i < 40; ++i)
+        records += row(provinces[rng() % std::size(provinces)], "Pueblo " + std::to_string(rng() % 90),
+                       std::to_string(rng() % 200000));
+      file->appendMany(records);
+    }
+    // A row of the run moved in every tag, another deleted, one more added.
+    std::string r(file->record(10), file->recordLength());
+    setFieldText(file->field("NOMBRE"), r.data(), "Aranjuez", file->codePage(), file->name());
+    setFieldText(file->field("PROVINCIA"), r.data(), "77", file->codePage(), file->name());
+    file->update(10, r);
+    r.assign(file->record(200), file->recordLength());
+    r[0] = '*';
+    file->update(200, r);
+    file->append(row("28", "Zarzalejo", "1800"));
+    run.finish();
+  }
+  EXPECT_EQ(file->recordCount(), 244u);
+  expectIndexAsRebuilt();
+}
+
 TEST_F(IndexUpkeep, ATagFirstAskedForWithinARunSeesTheRunsRows) {
   WriteBatch run(*file);
   file->append(row("28", "Alcorcón", "170000"));

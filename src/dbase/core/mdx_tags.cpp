@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <filesystem>
@@ -81,6 +82,7 @@ std::string MdxTags::pathFor(const std::string& dbfPath) {
 std::string MdxTags::markFor(const std::string& mdxPath) { return mdxPath + ".escribiendo"; }
 
 void MdxTags::forgetWriter() {
+  waitingFirst_ = waitingLast_ = 0;
   update_.reset();
   writing_.clear();
   if (lockFd_ >= 0) ::close(lockFd_);
@@ -284,6 +286,7 @@ void MdxTags::writeAbandoned() {
 // The rows are written and the index is not: the mark stays, and reading the
 // index again finds it and writes the index anew from the rows.
 void MdxTags::abandonCutWrite() {
+  waitingFirst_ = waitingLast_ = 0;
   writeUnderWay_ = false;
   lock_.reset();
   read();
@@ -308,6 +311,7 @@ void MdxTags::letGo() {
 }
 
 void MdxTags::writeOut() {
+  placeWaitingAppends();
   update_->flush();
   update_->trimCache(kNodesKept);
   rereadOwnWrite();
@@ -350,22 +354,18 @@ void MdxTags::rowsAppended(uint32_t first, uint32_t last) {
     return;
   }
   try {
-    // Each tag's new entries go in together, by key.
-    std::string keys;
-    std::vector<uint32_t> recnos;
-    for (size_t t = 0; t < writing_.size(); ++t) {
-      const Keeper& k = writing_[t];
-      keys.clear();
-      recnos.clear();
-      for (uint32_t r = first; r <= last; ++r) {
-        const char* record = file_.record(r);
-        if (k.condition && !k.condition->isTrue(record)) continue;
-        k.key.appendKey(record, keys);
-        recnos.push_back(r);
-      }
-      update_->insertAppended(t, keys, recnos, k.unique);
+    if (file_.inWriteBatch()) {
+      // Appends follow one another; a run of them waits, up to a bound on
+      // the keys worked out at once.
+      constexpr uint32_t kMostWaiting = 1u << 18;
+      if (waitingFirst_ != 0 && (first != waitingLast_ + 1 || last - waitingFirst_ >= kMostWaiting))
+        placeWaitingAppends();
+      if (waitingFirst_ == 0) waitingFirst_ = first;
+      waitingLast_ = last;
+    } else {
+      insertEntries(first, last);
+      endWrite();
     }
-    endWrite();
   } catch (...) {
     // The mark stays: the index is written anew at the next opening.
     abandonCutWrite();
@@ -377,6 +377,33 @@ void MdxTags::rowsAppended(uint32_t first, uint32_t last) {
     if (t) t->rowsAppended(first, last, !file_.inWriteBatch());
 }
 
+void MdxTags::insertEntries(uint32_t first, uint32_t last) {
+  // Each tag's new entries go in together, by key.
+  std::string keys;
+  std::vector<uint32_t> recnos;
+  for (size_t t = 0; t < writing_.size(); ++t) {
+    const Keeper& k = writing_[t];
+    keys.clear();
+    recnos.clear();
+    for (uint32_t r = first; r <= last; ++r) {
+      const char* record = file_.record(r);
+      if (k.condition && !k.condition->isTrue(record)) continue;
+      k.key.appendKey(record, keys);
+      recnos.push_back(r);
+    }
+    update_->insertAppended(t, keys, recnos, k.unique);
+  }
+}
+
+void MdxTags::placeWaitingAppends() {
+  if (waitingFirst_ == 0) return;
+  const uint32_t first = waitingFirst_;
+  // Rows read again after another program's change may be fewer.
+  const uint32_t last = std::min(waitingLast_, file_.recordCount());
+  waitingFirst_ = waitingLast_ = 0;
+  if (first <= last) insertEntries(first, last);
+}
+
 void MdxTags::rowChanged(uint32_t recno, const char* oldRecord) {
   if (bulk_) return;
   if (!writeUnderWay_) {
@@ -384,9 +411,13 @@ void MdxTags::rowChanged(uint32_t recno, const char* oldRecord) {
     return;
   }
   try {
+    // A row whose entries still wait goes in with the keys it has then;
+    // any other change comes after the waiting rows, as it came after them.
+    const bool waiting = waitingFirst_ != 0 && recno >= waitingFirst_ && recno <= waitingLast_;
+    if (!waiting) placeWaitingAppends();
     std::string before, after;
     const char* record = file_.record(recno);
-    for (size_t t = 0; t < writing_.size(); ++t) {
+    for (size_t t = 0; t < writing_.size() && !waiting; ++t) {
       const Keeper& k = writing_[t];
       const bool wasIn = !k.condition || k.condition->isTrue(oldRecord);
       const bool isIn = !k.condition || k.condition->isTrue(record);

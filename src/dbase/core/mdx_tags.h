@@ -103,6 +103,9 @@ class MdxTags : public RowListener {
   // written (read again only when it was replaced), the tags' loaded rows
   // kept (they were placed as written).
   void rereadOwnWrite();
+  // The entries of rows first..last go into every tag's tree, by key.
+  void insertEntries(uint32_t first, uint32_t last);
+  void placeWaitingAppends();
   void endWrite();
   // The changes made so far written, the file's state taken from them.
   void writeOut();
@@ -129,6 +132,10 @@ class MdxTags : public RowListener {
   std::unique_ptr<MdxUpdate> update_;
   std::vector<Keeper> writing_;
   bool writeUnderWay_ = false;
+  // Rows a run appended whose entries wait to go into the trees together
+  // (0 when none): the file sees the run's entries only at its end anyway,
+  // and in key order each insert walks mostly where the last one did.
+  uint32_t waitingFirst_ = 0, waitingLast_ = 0;
   void forgetWriter();
   bool repairing_ = false;
   bool bulk_ = false;

@@ -161,21 +161,23 @@ MdxUpdate::Node& MdxUpdate::load(size_t tag, uint32_t page, size_t level) {
     node.leaf = rightmost == 0;
     node.keyLength = info.keyLength;
     const size_t count = node.leaf ? n : n + 1;
+    // Room for the entries a split takes up to, so that inserts seldom move them.
     node.pointers.reserve(info.maxKeys + 2u);
     node.spans.reserve(info.maxKeys + 2u);
     node.keys.reserve((info.maxKeys + 2u) * size_t(info.keyLength));
+    node.pointers.resize(count);
+    node.spans.resize(count);  // order keys worked out when a search compares them
+    node.keys.resize(count * size_t(info.keyLength), ' ');
     for (uint32_t i = 0; i < n; ++i) {
       const unsigned char* item = block.data() + kNodeHeaderBytes + size_t(i) * info.itemLength;
       const uint32_t pointer = get32(item);
       if (pointer == 0) corrupt(tag, at() + (node.leaf ? " apunta al registro 0" : " apunta a la página 0"));
-      node.pointers.push_back(pointer);
-      node.keys.append(reinterpret_cast<const char*>(item + 4), info.keyLength);
-      node.spans.emplace_back();  // worked out when a search compares it
+      node.pointers[i] = pointer;
+      std::memcpy(node.keys.data() + size_t(i) * info.keyLength, item + 4, info.keyLength);
     }
     if (count > n) {
-      node.pointers.push_back(rightmost);
-      node.keys.append(info.keyLength, ' ');
-      node.spans.push_back({0, 0});
+      node.pointers[n] = rightmost;
+      node.spans[n] = {0, 0};
     }
     found = &store(page, std::move(node));
   } else if (found->tag != tag) {

@@ -163,10 +163,14 @@ class MdxUpdate {
   // of a record number, or past every entry of an order key.
   enum class Seek { FirstOf, Entry, PastAll };
   // The path from the root to the leaf where the entry sought is or would
-  // be (in walk_, which it returns).
-  Path& descend(size_t tag, std::string_view order, uint32_t recno, Seek seek);
-  // Inserts an entry whose key's order key is `order`.
-  void insertAt(size_t tag, std::string_view key, std::string_view order, uint32_t recno, Seek seek);
+  // be (in walk_, which it returns). With `resume` (PastAll only), walk_
+  // holds the path of an entry ordered at or before this one and no node has
+  // split or gone since: the walk keeps what it can of it.
+  Path& descend(size_t tag, std::string_view order, uint32_t recno, Seek seek, bool resume = false);
+  // Inserts an entry whose key's order key is `order`; false when a node
+  // split (a path walked before no longer holds).
+  bool insertAt(size_t tag, std::string_view key, std::string_view order, uint32_t recno, Seek seek,
+                bool resume = false);
   bool holdsOrder(size_t tag, std::string_view order);
   void raiseHigh(Path& path, size_t level, std::string_view key, std::string_view order);
   void split(size_t tag, Path& path, size_t level);
@@ -233,7 +237,11 @@ class MdxUpdate {
   Path walk_;                            // the path of the change under way
   std::string batchOrders_;              // insertAppended(): the rows' order keys
   std::vector<uint32_t> batchEnds_;      // where each ends
-  std::vector<uint32_t> batchSequence_;  // the rows by key
+  struct Sequenced {
+    uint64_t probe;  // the order key's first eight bytes, big-endian
+    uint32_t row;
+  };
+  std::vector<Sequenced> batchSequence_;  // the rows by key
 };
 
 }  // namespace dbase

@@ -32,11 +32,31 @@ uint32_t MdxUpdate::lastRecno(size_t tag, uint32_t page, size_t level) {
   }
 }
 
-MdxUpdate::Path& MdxUpdate::descend(size_t tag, std::string_view order, uint32_t recno, Seek seek) {
+MdxUpdate::Path& MdxUpdate::descend(size_t tag, std::string_view order, uint32_t recno, Seek seek, bool resume) {
   Path& path = walk_;
-  path.clear();
   uint32_t page = state_[tag].root;
-  for (size_t level = 0;; ++level) {
+  size_t level = 0;
+  if (resume) {
+    // Every interior node on the path up to the lowest one whose child's
+    // highest key lies past `order` is where a walk from the root would go.
+    size_t keep = 0;
+    for (size_t l = path.size() - 1; l-- > 0;) {
+      Node& node = *path[l].node;
+      const size_t child = path[l].child;
+      if (child + 1 < node.size() && orderAt(node, child).compare(order) > 0) {
+        keep = l + 1;
+        break;
+      }
+    }
+    path.resize(keep);
+    if (keep > 0) {
+      page = path[keep - 1].node->pointers[path[keep - 1].child];
+      level = keep;
+    }
+  } else {
+    path.clear();
+  }
+  for (;; ++level) {
     Node& node = load(tag, page, level);
     if (node.leaf) {
       path.push_back({page, 0, &node});
@@ -192,31 +212,47 @@ void MdxUpdate::insertAppended(size_t tag, std::string_view keys, const std::vec
                     std::to_string(recnos.size()) + " filas");
   batchOrders_.clear();
   batchEnds_.clear();
+  batchEnds_.reserve(recnos.size());
   for (size_t i = 0; i < recnos.size(); ++i) {
     s.order(keys.substr(i * length, length), batchOrders_);
+    if (i == 0) batchOrders_.reserve(batchOrders_.size() * recnos.size() * 5 / 4);
     batchEnds_.push_back(uint32_t(batchOrders_.size()));
   }
   const auto orderOfRow = [&](uint32_t i) {
     const uint32_t from = i == 0 ? 0 : batchEnds_[i - 1];
     return std::string_view(batchOrders_).substr(from, batchEnds_[i] - from);
   };
+  // By key, equal keys in their rows' order (that of their record numbers);
+  // the first eight bytes of each order key, compared as a number, settle
+  // most comparisons.
   batchSequence_.resize(recnos.size());
-  for (uint32_t i = 0; i < recnos.size(); ++i) batchSequence_[i] = i;
-  // Equal keys keep their rows' order, that of their record numbers.
-  std::stable_sort(batchSequence_.begin(), batchSequence_.end(),
-                   [&](uint32_t a, uint32_t b) { return orderOfRow(a) < orderOfRow(b); });
-  for (uint32_t i : batchSequence_) {
+  for (uint32_t i = 0; i < recnos.size(); ++i) {
+    const std::string_view order = orderOfRow(i);
+    uint64_t probe = 0;
+    for (size_t b = 0; b < 8; ++b) probe = probe << 8 | (b < order.size() ? uint8_t(order[b]) : 0u);
+    batchSequence_[i] = {probe, i};
+  }
+  std::sort(batchSequence_.begin(), batchSequence_.end(), [&](const Sequenced& a, const Sequenced& b) {
+    if (a.probe != b.probe) return a.probe < b.probe;
+    const int c = orderOfRow(a.row).compare(orderOfRow(b.row));
+    return c != 0 ? c < 0 : a.row < b.row;
+  });
+  // In key order, each insert's walk starts where the last one's stays
+  // valid, unless a node split since (a unique tag's check walks elsewhere).
+  bool resume = false;
+  for (const auto [probe, i] : batchSequence_) {
     const std::string_view order = orderOfRow(i);
     if (unique && holdsOrder(tag, order)) continue;
-    insertAt(tag, keys.substr(i * length, length), order, recnos[i], Seek::PastAll);
+    resume = insertAt(tag, keys.substr(i * length, length), order, recnos[i], Seek::PastAll, resume) && !unique;
   }
 }
 
-void MdxUpdate::insertAt(size_t tag, std::string_view key, std::string_view order, uint32_t recno, Seek seek) {
+bool MdxUpdate::insertAt(size_t tag, std::string_view key, std::string_view order, uint32_t recno, Seek seek,
+                         bool resume) {
   TagState& s = state_[tag];
   if (recno == 0)
     throw Error(ErrorKind::InvalidArgument, name_, "índice " + tags_[tag].name + ": registro número 0");
-  Path& path = descend(tag, order, recno, seek);
+  Path& path = descend(tag, order, recno, seek, resume);
 
   // A block for each full node from the leaf up, and one for a new root.
   const size_t maxKeys = tags_[tag].maxKeys;
@@ -236,7 +272,9 @@ void MdxUpdate::insertAt(size_t tag, std::string_view key, std::string_view orde
   s.changed = true;
   s.hasKeys = true;
   if (at + 1 == leaf.size()) raiseHigh(path, path.size() - 1, key, order);
-  if (leaf.size() > maxKeys) split(tag, path, path.size() - 1);
+  if (leaf.size() <= maxKeys) return true;
+  split(tag, path, path.size() - 1);
+  return false;
 }
 
 bool MdxUpdate::remove(size_t tag, std::string_view key, uint32_t recno) {
