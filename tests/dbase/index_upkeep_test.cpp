@@ -381,7 +381,7 @@ TEST_F(IndexUpkeep, ATagFirstAskedForWithinARunSeesTheRunsRows) {
   expectIndexAsRebuilt();
 }
 
-TEST_F(IndexUpkeep, ARunHoldsTheTableSoAnotherProgramsAppendWaitsForItsEnd) {
+TEST_F(IndexUpkeep, ARunHoldsTheTableSoAnotherProgramsAppendWaitsForItsEndButNotItsRows) {
   // The run goes on in a child that opens the table itself: nothing of it
   // may stay open here, or both would share one descriptor and its locks.
   file.reset();
@@ -397,6 +397,7 @@ TEST_F(IndexUpkeep, ARunHoldsTheTableSoAnotherProgramsAppendWaitsForItsEnd) {
       MdxTags::of(*file);
       WriteBatch run(*file);
       file->append(row("46", "Valencia", "790000"));
+      file->append(row("28", "Getafe", "180000"));
       (void)!write(started[1], "x", 1);
       char c;
       (void)!read(go[0], &c, 1);
@@ -416,13 +417,21 @@ TEST_F(IndexUpkeep, ARunHoldsTheTableSoAnotherProgramsAppendWaitsForItsEnd) {
   MdxTags::of(*file);
   setLockWait(std::chrono::milliseconds(200));
   EXPECT_THROW(file->append(row("41", "Sevilla", "680000")), Error);
+  {
+    // The rows the run wrote are no longer held: another program may edit them.
+    const int fd = ::open(dir.file("MUNI.DBF").c_str(), O_RDWR);
+    ASSERT_GE(fd, 0);
+    EXPECT_NO_THROW(RecordLock(fd, "MUNI.DBF", 4));
+    EXPECT_NO_THROW(RecordLock(fd, "MUNI.DBF", 5));
+    ::close(fd);
+  }
   resetLockWait();
   ASSERT_EQ(write(go[1], "g", 1), 1);
   int status = 0;
   waitpid(child, &status, 0);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
   file->append(row("41", "Sevilla", "680000"));  // the run is over
-  EXPECT_EQ(file->recordCount(), 6u);
+  EXPECT_EQ(file->recordCount(), 7u);
   DbfFile::setCacheLimit(cacheLimit);
   expectIndexAsRebuilt();
 }

@@ -208,6 +208,15 @@ void FileLock::release() noexcept {
   ranges_.clear();
 }
 
+void FileLock::releaseLast() noexcept {
+  if (ranges_.empty()) return;
+  const Range last = ranges_.back();
+  ranges_.pop_back();
+  if (!last.owned) return;
+  forget(device_, inode_, last.start, last.length);
+  unset(fd_, last.start, last.length);
+}
+
 bool FileLock::pause() {
   const auto now = std::chrono::steady_clock::now();
   const auto deadline = started_ + wait_;
@@ -272,6 +281,8 @@ void AppendLock::lockNextRecord(uint32_t recno) {
   if (recno < 1 || recno > kRecordLockSpan) throw Error(ErrorKind::NotSupported, fileName(), "la tabla está llena");
   take(recordLockOffset(recno), 1, false, kAppendBusy);
 }
+
+void AppendLock::unlockNextRecord() noexcept { releaseLast(); }
 
 TableLock::TableLock(int fd, const std::string& tableName, LockMode mode) : FileLock(fd, tableName, mode) {
   take(kTableLockOffset, 2, false, kTableBusy);

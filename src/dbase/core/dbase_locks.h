@@ -29,6 +29,7 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace dbase {
@@ -75,6 +76,9 @@ class FileLock {
   // with ours, without taking it.
   void waitUntilFree(uint64_t start, uint64_t length, const std::string& busy);
   LockMode mode() const { return mode_; }
+  // Lets go of the range taken last.
+  void releaseLast() noexcept;
+  std::pair<uint64_t, uint64_t> lockedFile() const { return {device_, inode_}; }
 
  private:
   struct Range {
@@ -104,10 +108,16 @@ class RecordLock : public FileLock {
 // The right to add rows to a table. The constructor takes the append lock;
 // once the caller knows how many rows the table has (after looking at the
 // disk under that lock) it calls lockNextRecord(count + 1). Always exclusive.
+// A lock kept for several appends (a run of writes) lets go of each new
+// record's byte once its rows are written: unlockNextRecord().
 class AppendLock : public FileLock {
  public:
   AppendLock(int fd, const std::string& tableName);
   void lockNextRecord(uint32_t recno);
+  void unlockNextRecord() noexcept;
+  // Whether the lock is on this file (the table may have been replaced and
+  // opened anew since it was taken).
+  bool isOn(uint64_t device, uint64_t inode) const { return lockedFile() == std::make_pair(device, inode); }
 };
 
 // The whole table: no other program writes (exclusive) or nobody writes

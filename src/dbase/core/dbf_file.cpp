@@ -670,22 +670,38 @@ uint32_t DbfFile::appendMany(std::string_view records) {
   // lock held nobody is halfway) or replaced the file. After our own writes,
   // the times would only show those, and asking for them makes the next
   // write stamp the file anew (fine-grained times): size and inode only.
-  // A file replaced is opened anew, and its lock taken on it again.
-  std::optional<AppendLock> lock;
-  for (int lockedFd = -1; lockedFd != fd_;) {
-    lock.reset();
-    lockedFd = fd_;
-    lock.emplace(fd_, name_);
-    struct statx sx {};
-    if (!ownWritesSinceStat_ ||
-        statx(AT_FDCWD, path_.c_str(), 0, STATX_INO | STATX_SIZE, &sx) != 0 || sx.stx_size != disk_.size ||
-        sx.stx_ino != disk_.inode || makedev(sx.stx_dev_major, sx.stx_dev_minor) != disk_.device)
-      syncWithDisk();
+  // A file replaced is opened anew, and its lock taken on it again. A run of
+  // writes holds the append lock throughout, and the table lock a program
+  // needs to replace the file includes it: the run looks once.
+  std::optional<AppendLock> own;
+  AppendLock* lock = nullptr;
+  if (batchLock_ && batchLookedAtDisk_ && batchLock_->isOn(disk_.device, disk_.inode)) {
+    lock = batchLock_.get();
+  } else {
+    for (int lockedFd = -1; lockedFd != fd_;) {
+      own.reset();
+      lockedFd = fd_;
+      own.emplace(fd_, name_);
+      struct statx sx {};
+      if (!ownWritesSinceStat_ ||
+          statx(AT_FDCWD, path_.c_str(), 0, STATX_INO | STATX_SIZE, &sx) != 0 || sx.stx_size != disk_.size ||
+          sx.stx_ino != disk_.inode || makedev(sx.stx_dev_major, sx.stx_dev_minor) != disk_.device)
+        syncWithDisk();
+    }
+    lock = &*own;
+    batchLookedAtDisk_ = batchLock_ != nullptr;
   }
   checkWritable();  // what was read anew may say otherwise
   if (count_ + adding > kMaxRecords) throw Error(ErrorKind::NotSupported, name_, "la tabla está llena");
   const uint32_t first = count_ + 1;
   lock->lockNextRecord(first);
+  struct NextRecordLetGo {
+    AppendLock* lock;
+    bool kept;  // the run's lock stays: only the record's byte goes
+    ~NextRecordLetGo() {
+      if (kept) lock->unlockNextRecord();
+    }
+  } letGoOfRecord{lock, lock == batchLock_.get()};
   WriteAnnounced announced(listeners_);
   // Rows and end-of-file byte in one write, before the count: invariant (1).
   const uint64_t offset = headerLength_ + uint64_t(count_) * recordLength_;
@@ -736,6 +752,7 @@ void DbfFile::beginWriteBatch(bool wholeIndexAtEnd) {
     // a run holds from its first write to its last, is always taken after
     // it, by us and by any program that follows the same order.
     if (writable_) batchLock_ = std::make_unique<AppendLock>(fd_, name_);
+    batchLookedAtDisk_ = false;  // the run's first append looks at the disk under its lock
     tellListeners([&](RowListener& l) { l.writeBatchStarted(wholeIndexAtEnd); });
   } catch (...) {
     endWriteBatch();  // the listeners that started let go again

@@ -213,6 +213,7 @@ class DbfFile {
   std::vector<std::unique_ptr<RowListener>> listeners_;
   int batchDepth_ = 0;
   std::unique_ptr<AppendLock> batchLock_;  // held while a run of writes is under way
+  bool batchLookedAtDisk_ = false;          // the run's appends have looked at the disk under it
 };
 
 // A run of writes to one table that other programs see whole: the table's
