@@ -13,11 +13,13 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <sstream>
 #include <stdexcept>
@@ -954,6 +956,42 @@ inline std::vector<size_t> repartir(const std::vector<double>& pesos, size_t tot
   std::stable_sort(restos.begin(), restos.end(), [](auto& a, auto& b) { return a.first > b.first; });
   for (size_t k = 0; dado < total; ++k, ++dado) ++out[restos[k % restos.size()].second];
   return out;
+}
+
+// The stretches of the national set, split among the municipalities by
+// their weights (the data generator and INE's use the same split).
+inline constexpr size_t kTramosPorDefecto = 1'600'000;
+
+// The command line of a generator: CARPETA_DATOS CARPETA_SALIDA, `--tramos N`
+// and whatever options `otra(nombre, valor)` takes (false: not one of them).
+// Empty when the line is not of that form.
+struct LineaDeOrdenes {
+  std::filesystem::path datos, salida;
+  size_t tramos = kTramosPorDefecto;
+};
+template <typename OtraOpcion>
+std::optional<LineaDeOrdenes> leerLineaDeOrdenes(int argc, char** argv, OtraOpcion&& otra) {
+  LineaDeOrdenes linea;
+  std::vector<std::string> carpetas;
+  for (int i = 1; i < argc; ++i) {
+    const std::string a = argv[i];
+    if (a.rfind("--", 0) == 0 && i + 1 < argc) {
+      const std::string valor = argv[++i];
+      if (a == "--tramos") {
+        char* fin = nullptr;
+        linea.tramos = std::strtoull(valor.c_str(), &fin, 10);
+        if (!fin || *fin) return std::nullopt;
+      } else if (!otra(a, valor)) {
+        return std::nullopt;
+      }
+    } else {
+      carpetas.push_back(a);
+    }
+  }
+  if (carpetas.size() != 2) return std::nullopt;
+  linea.datos = carpetas[0];
+  linea.salida = carpetas[1];
+  return linea;
 }
 
 // The header keeps the date of the data, not of the run, so that the same

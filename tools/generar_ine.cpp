@@ -41,7 +41,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr size_t kTramosPorDefecto = 1'600'000;  // generar_nacional's, for the same streets
 // Share of the stretches cut once more between two census sections: enough
 // for the import to have stretches to join everywhere, few enough for the
 // national file to keep INE's size (about a million and a half stretches).
@@ -254,37 +253,29 @@ class Fichero {
 }  // namespace
 
 int main(int argc, char** argv) {
-  size_t tramos = kTramosPorDefecto;
   std::set<std::string> provincias = {"28"};
-  std::vector<std::string> args;
-  for (int i = 1; i < argc; ++i) {
-    std::string a = argv[i];
-    if (a == "--tramos" && i + 1 < argc) {
-      char* fin = nullptr;
-      tramos = std::strtoull(argv[++i], &fin, 10);
-      if (!fin || *fin) args.push_back("?");
-    } else if (a == "--provincias" && i + 1 < argc) {
-      provincias.clear();
-      std::string lista = argv[++i];
-      for (size_t desde = 0; desde <= lista.size();) {
-        size_t coma = lista.find(',', desde);
-        if (coma == std::string::npos) coma = lista.size();
-        std::string p = lista.substr(desde, coma - desde);
-        if (p.size() == 1) p = "0" + p;
-        if (!p.empty()) provincias.insert(p);
-        desde = coma + 1;
-      }
-    } else {
-      args.push_back(a);
+  const auto linea = gen::leerLineaDeOrdenes(argc, argv, [&](const std::string& opcion, const std::string& lista) {
+    if (opcion != "--provincias") return false;
+    provincias.clear();
+    for (size_t desde = 0; desde <= lista.size();) {
+      size_t coma = lista.find(',', desde);
+      if (coma == std::string::npos) coma = lista.size();
+      std::string p = lista.substr(desde, coma - desde);
+      if (p.size() == 1) p = "0" + p;
+      if (!p.empty()) provincias.insert(p);
+      desde = coma + 1;
     }
-  }
-  if (args.size() != 2) {
+    return true;
+  });
+  if (!linea) {
     std::fprintf(stderr, "uso: %s CARPETA_DATOS CARPETA_SALIDA [--tramos N] [--provincias 28,08]\n", argv[0]);
     return 2;
   }
+  const size_t tramos = linea->tramos;
   try {
     const auto inicio = std::chrono::steady_clock::now();
-    const fs::path datos = args[0], salida = args[1];
+    const fs::path& datos = linea->datos;
+    const fs::path& salida = linea->salida;
     const gen::Datos d = gen::cargarDatos(datos);
     const auto tipos = tiposIne(datos, d);
     std::vector<double> pesos;

@@ -18,7 +18,6 @@ namespace fs = std::filesystem;
 namespace {
 
 // Enough for the largest province to pass 200,000 stretches.
-constexpr size_t kTramosPorDefecto = 1'600'000;
 // Stretches of each capital copied into the general POSTAL.DBF.
 constexpr size_t kTramosCapital = 100;
 
@@ -40,25 +39,16 @@ std::vector<gen::Calle> muestraDe(const std::vector<gen::Calle>& calles, size_t 
 }  // namespace
 
 int main(int argc, char** argv) {
-  size_t tramos = kTramosPorDefecto;
-  std::vector<std::string> args;
-  for (int i = 1; i < argc; ++i) {
-    std::string a = argv[i];
-    if (a == "--tramos" && i + 1 < argc) {
-      char* fin = nullptr;
-      tramos = std::strtoull(argv[++i], &fin, 10);
-      if (!fin || *fin) args.push_back("?");
-    } else {
-      args.push_back(a);
-    }
-  }
-  if (args.size() != 2) {
+  const auto linea = gen::leerLineaDeOrdenes(argc, argv, [](const std::string&, const std::string&) { return false; });
+  if (!linea) {
     std::fprintf(stderr, "uso: %s CARPETA_DATOS CARPETA_SALIDA [--tramos N]\n", argv[0]);
     return 2;
   }
+  const size_t tramos = linea->tramos;
   try {
     const auto inicio = std::chrono::steady_clock::now();
-    const fs::path datos = args[0], salida = args[1];
+    const fs::path& datos = linea->datos;
+    const fs::path& salida = linea->salida;
     fs::create_directories(salida / "Postales");
     const gen::Datos d = gen::cargarDatos(datos);
     auto todos = [](const gen::Municipio&) { return true; };
