@@ -17,29 +17,14 @@ set -u
 build_dir=${1:?usage: mdx_muestras_escritas.sh BUILD_DIR SHARED_DIR}
 shared_dir=${2:?usage: mdx_muestras_escritas.sh BUILD_DIR SHARED_DIR}
 cli=$build_dir/bin/codpostales
-tool=$build_dir/bin/volcar_mdx
-samples=$shared_dir/mdx
 
-passed=0
-failed=0
-pass() { passed=$((passed + 1)); }
-fail() { echo "FAIL: $*" >&2; failed=$((failed + 1)); }
-finish() { echo "$passed passed, $failed failed"; [ "$failed" -eq 0 ]; exit $?; }
+. "$(dirname "$0")/perl_mdx_comun.sh"
 
 [ -x "$cli" ] || { fail "$cli not built (target codpostales-cli)"; finish; }
-[ -x "$tool" ] || { fail "$tool not built (target volcar_mdx)"; finish; }
-[ -d "$samples" ] || { fail "no sample folder $samples"; finish; }
-perl -MXBase::Index -e 1 2>/dev/null || { fail "Perl's XBase::Index missing (package libdbd-xbase-perl)"; finish; }
 command -v python3 >/dev/null || { fail "python3 missing"; finish; }
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/mdx_muestras.XXXXXX")
 trap '[ -n "${KEEP_WORK:-}" ] || rm -rf "$work"' EXIT
-
-perl_walk() {
-  perl -MXBase::Index -e '
-    my $i = XBase::Index->new($ARGV[0], tag => $ARGV[1]) or die XBase::Index->errstr;
-    $i->prepare_select; while (my @k = $i->fetch) { print unpack("H*", $k[0]), " $k[1]\n" }' "$1" "$2"
-}
 
 # From the table's rows as CSV (stdin) and its fields (name type length
 # decimals per line, file $1): mode "changed" prints the rows changed, mode

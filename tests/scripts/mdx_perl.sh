@@ -17,18 +17,9 @@ set -u
 
 build_dir=${1:?usage: mdx_perl.sh BUILD_DIR SHARED_DIR}
 shared_dir=${2:?usage: mdx_perl.sh BUILD_DIR SHARED_DIR}
-tool=$build_dir/bin/volcar_mdx
-samples=$shared_dir/mdx
 
-passed=0
-failed=0
-pass() { passed=$((passed + 1)); }
-fail() { echo "FAIL: $*" >&2; failed=$((failed + 1)); }
-finish() { echo "$passed passed, $failed failed"; [ "$failed" -eq 0 ]; exit $?; }
+. "$(dirname "$0")/perl_mdx_comun.sh"
 
-[ -x "$tool" ] || { fail "$tool not built (target volcar_mdx)"; finish; }
-[ -d "$samples" ] || { fail "no sample folder $samples"; finish; }
-perl -MXBase::Index -e 1 2>/dev/null || { fail "Perl's XBase::Index missing (package libdbd-xbase-perl)"; finish; }
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/mdx_perl.XXXXXX")
 trap 'rm -rf "$work"' EXIT
@@ -50,12 +41,6 @@ perl_tags() {
       printf "%s\t%s\t%u\t%d\t%d\t%s\t%s\n", $name, $t->{key_type_1}, $t->{key_length},
         ($t->{unique} || ($t->{key_format_1} & 0x40)) ? 1 : 0, ($t->{key_format_1} & 0x08) ? 1 : 0, $expr, $for;
     }' "$1"
-}
-
-perl_walk() {
-  perl -MXBase::Index -e '
-    my $i = XBase::Index->new($ARGV[0], tag => $ARGV[1]) or die XBase::Index->errstr;
-    $i->prepare_select; while (my @k = $i->fetch) { print unpack("H*", $k[0]), " $k[1]\n" }' "$1" "$2"
 }
 
 # Compares tags and every tag's walk of one MDX file; $2 = label.
