@@ -270,22 +270,33 @@ size_t compruebaEtiquetas(const TempDir& dir, const std::string& nombre, uint32_
   return nuestros.size();
 }
 
+// The table the writers and readers share, with its tags, in a folder of
+// its own. The children open it themselves: nothing of it may stay open
+// here, or they would share this process's descriptor and its locks, so the
+// engine keeps no closed table while this lives.
+struct TablaCompartida {
+  TempDir dir;
+  std::string tabla = dir.file("CONCUR.DBF");
+  uint64_t limiteCache = DbfFile::cacheLimit();
+  TablaCompartida() {
+    DbfFile::setCacheLimit(0);
+    createTableWithTags(tabla,
+                        {charField("ESCRITOR", 1), numField("NUMERO", 6), charField("NOMBRE", 20), charField("CODIGO", 8)},
+                        0x14, kEtiquetas);
+    std::fflush(stdout);  // the children's copies of the buffer stay empty
+  }
+  ~TablaCompartida() { DbfFile::setCacheLimit(limiteCache); }
+};
+
 }  // namespace
 
 TEST(EscritoresConcurrentes, FourWritersAndTwoReadersLeaveEveryRowOnceInEveryTag) {
   const uint64_t semilla = testsupport::semillaDeLaPrueba();
 
-  TempDir dir;
-  const std::string tabla = dir.file("CONCUR.DBF");
+  TablaCompartida compartida;
+  const TempDir& dir = compartida.dir;
+  const std::string& tabla = compartida.tabla;
   const std::string mdx = dir.file("CONCUR.MDX");
-  // The children open the table themselves: nothing of it may stay open
-  // here, or they would share this process's descriptor and its locks.
-  const uint64_t limiteCache = DbfFile::cacheLimit();
-  DbfFile::setCacheLimit(0);
-  createTableWithTags(tabla,
-                      {charField("ESCRITOR", 1), numField("NUMERO", 6), charField("NOMBRE", 20), charField("CODIGO", 8)},
-                      0x14, kEtiquetas);
-  std::fflush(stdout);
 
   const auto inicio = std::chrono::steady_clock::now();
   const std::string alto = dir.file("alto");
@@ -352,7 +363,6 @@ TEST(EscritoresConcurrentes, FourWritersAndTwoReadersLeaveEveryRowOnceInEveryTag
   const double segundos = std::chrono::duration<double>(std::chrono::steady_clock::now() - inicio).count();
   std::printf("%u filas de %d escritores en %.1f s; %zu índices recorridos por el motor y por Perl; %.1f s todo\n",
               total, kEscritores, segundosEscritura, etiquetas, segundos);
-  DbfFile::setCacheLimit(limiteCache);
 }
 
 // Writers killed while others write: two writers append 5,000 rows each
@@ -368,14 +378,9 @@ TEST(EscritoresConcurrentes, WritersKilledAmongOthersLeaveEveryTagHoldingEveryRo
   constexpr int kConstantes = 2, kFilasConstantes = 5000, kMuertes = 16;
   constexpr int kVictima = kConstantes;  // the killed writer's letter follows the steady ones'
 
-  TempDir dir;
-  const std::string tabla = dir.file("CONCUR.DBF");
-  const uint64_t limiteCache = DbfFile::cacheLimit();
-  DbfFile::setCacheLimit(0);
-  createTableWithTags(tabla,
-                      {charField("ESCRITOR", 1), numField("NUMERO", 6), charField("NOMBRE", 20), charField("CODIGO", 8)},
-                      0x14, kEtiquetas);
-  std::fflush(stdout);
+  TablaCompartida compartida;
+  const TempDir& dir = compartida.dir;
+  const std::string& tabla = compartida.tabla;
   const auto inicio = std::chrono::steady_clock::now();
 
   std::vector<pid_t> constantes;
@@ -453,5 +458,4 @@ TEST(EscritoresConcurrentes, WritersKilledAmongOthersLeaveEveryTagHoldingEveryRo
   std::printf("%d muertes, %d con la marca de una escritura cortada; %u filas (%d del escritor matado) en %.1f s; "
               "%zu índices; marca al final: %s\n",
               muertes, conMarca, filas, deLaVictima, segundosEscritura, etiquetas, marca ? "sí" : "no");
-  DbfFile::setCacheLimit(limiteCache);
 }
