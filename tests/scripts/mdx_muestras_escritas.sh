@@ -18,7 +18,7 @@ build_dir=${1:?usage: mdx_muestras_escritas.sh BUILD_DIR SHARED_DIR}
 shared_dir=${2:?usage: mdx_muestras_escritas.sh BUILD_DIR SHARED_DIR}
 cli=$build_dir/bin/codpostales
 
-. "$(dirname "$0")/perl_mdx_comun.sh"
+. "$(dirname "$0")/comun/perl_mdx.sh"
 
 [ -x "$cli" ] || { fail "$cli not built (target codpostales-cli)"; finish; }
 command -v python3 >/dev/null || { fail "python3 missing"; finish; }

@@ -18,7 +18,7 @@ set -u
 build_dir=${1:?usage: mdx_perl.sh BUILD_DIR SHARED_DIR}
 shared_dir=${2:?usage: mdx_perl.sh BUILD_DIR SHARED_DIR}
 
-. "$(dirname "$0")/perl_mdx_comun.sh"
+. "$(dirname "$0")/comun/perl_mdx.sh"
 
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/mdx_perl.XXXXXX")

@@ -1,4 +1,5 @@
-# Sourced by the scripts that hold our production indexes against Perl's
+# Sourced (not a test of its own: the test scripts are those of the folder
+# above) by the scripts that hold our production indexes against Perl's
 # XBase::Index (Debian libdbd-xbase-perl), with build_dir and shared_dir set:
 # the tally of checks, the tools and samples every one of them needs, and
 # Perl's walk of a tag.
