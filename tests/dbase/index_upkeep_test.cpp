@@ -365,6 +365,41 @@ TEST_F(IndexUpkeep, RowsARunAppendsAndThenEditsReachTheIndexWithTheirLastKeys) {
   expectIndexAsRebuilt();
 }
 
+// A run appending more rows than the index upkeep keeps waiting at once
+// places them as it goes, and an edit of a row placed early still moves it.
+TEST(IndexUpkeepLongRun, ARunOfMoreRowsThanWaitAtOncePlacesThemAllInOrder) {
+  TempDir dir;
+  auto file = createTableWithTags(dir.file("LARGA.DBF"), {charField("CODIGO", 6)}, 0x14,
+                                  {{"CODIGO", "CODIGO", "", false, false}});
+  MdxTags::of(*file);
+  constexpr int kRows = 300000, kPerCall = 25000;
+  std::mt19937 rng(2026);
+  {
+    WriteBatch run(*file);
+    std::string records;
+    for (int call = 0; call < kRows / kPerCall; ++call) {
+      records.clear();
+      for (int i = 0; i < kPerCall; ++i) {
+        std::string r = file->blankRecord();
+        const std::string code = std::to_string(100000 + rng() % 900000);
+        r.replace(1, code.size(), code);
+        records += r;
+      }
+      file->appendMany(records);
+    }
+    std::string r(file->record(7), file->recordLength());
+    r.replace(1, 6, "000007");
+    file->update(7, r);
+    run.finish();
+  }
+  const auto entries = walkAll(dir.file("LARGA.MDX")).at("CODIGO");
+  ASSERT_EQ(entries.size(), size_t(kRows));
+  EXPECT_EQ(entries.front(), (std::pair<std::string, uint32_t>{"000007", 7}));
+  for (size_t i = 1; i < entries.size(); ++i)
+    ASSERT_TRUE(entries[i - 1] < entries[i]) << "entries " << i - 1 << " and " << i << " out of order";
+  EXPECT_FALSE(fs::exists(MdxTags::markFor(dir.file("LARGA.MDX"))));
+}
+
 TEST_F(IndexUpkeep, ATagFirstAskedForWithinARunSeesTheRunsRows) {
   WriteBatch run(*file);
   file->append(row("28", "Alcorcón", "170000"));
