@@ -821,9 +821,15 @@ void DbfFile::syncWithDisk() {
   const DiskState seen = diskState(st);
   if (seen == disk_) return;
   if (ownWritesSinceStat_ && seen.inode == disk_.inode && seen.device == disk_.device && seen.size == disk_.size) {
-    unsigned char h[8];
-    if (pread(fd_, h, sizeof h, 0) == ssize_t(sizeof h) && getU32(h + kOffRecordCount) == count_) {
-      disk_ = seen;  // the change we saw is our own
+    // The change we saw is our own when the count is ours; within a run
+    // that holds the append lock on this file nobody else can change it.
+    const bool countIsOurs = [&] {
+      if (batchLock_ && batchLock_->isOn(disk_.device, disk_.inode)) return true;
+      unsigned char h[8];
+      return pread(fd_, h, sizeof h, 0) == ssize_t(sizeof h) && getU32(h + kOffRecordCount) == count_;
+    }();
+    if (countIsOurs) {
+      disk_ = seen;
       ownWritesSinceStat_ = false;
       return;
     }
