@@ -320,24 +320,14 @@ void MdxTags::writeOut() {
 void MdxTags::writeBatchEnded() {
   if (bulk_) return endBulkLoad();
   if (!writeUnderWay_) return;
-  try {
-    endWrite();
-  } catch (...) {
-    abandonCutWrite();
-    throw;
-  }
+  changeOrLeaveMark([&] { endWrite(); });
 }
 
 // A tag read from the file within a run sees the run's writes so far: they
 // are written out first, the lock and the mark kept for the rest of the run.
 void MdxTags::writeOutForReading() {
   if (!writeUnderWay_ || !file_.inWriteBatch() || bulk_) return;
-  try {
-    writeOut();
-  } catch (...) {
-    abandonCutWrite();
-    throw;
-  }
+  changeOrLeaveMark([&] { writeOut(); });
 }
 
 void MdxTags::rereadOwnWrite() {
@@ -353,7 +343,7 @@ void MdxTags::rowsAppended(uint32_t first, uint32_t last) {
     if (mdx_ || file_.hasProductionMdx()) read();
     return;
   }
-  try {
+  changeOrLeaveMark([&] {
     if (file_.inWriteBatch()) {
       // Appends follow one another; a run of them waits, up to a bound on
       // the keys worked out at once.
@@ -366,11 +356,7 @@ void MdxTags::rowsAppended(uint32_t first, uint32_t last) {
       insertEntries(first, last);
       endWrite();
     }
-  } catch (...) {
-    // The mark stays: the index is written anew at the next opening.
-    abandonCutWrite();
-    throw;
-  }
+  });
   // Within a run the file lags behind the rows: every row is placed, none
   // read back from it.
   for (auto& t : tags_)
@@ -395,6 +381,23 @@ void MdxTags::insertEntries(uint32_t first, uint32_t last) {
   }
 }
 
+void MdxTags::moveEntries(uint32_t recno, const char* oldRecord) {
+  std::string before, after;
+  const char* record = file_.record(recno);
+  for (size_t t = 0; t < writing_.size(); ++t) {
+    const Keeper& k = writing_[t];
+    const bool wasIn = !k.condition || k.condition->isTrue(oldRecord);
+    const bool isIn = !k.condition || k.condition->isTrue(record);
+    before.clear();
+    after.clear();
+    k.key.appendKey(oldRecord, before);
+    k.key.appendKey(record, after);
+    if (wasIn && isIn && before == after) continue;
+    if (wasIn) update_->remove(t, before, recno);
+    if (isIn && !(k.unique && update_->containsKey(t, after))) update_->insert(t, after, recno);
+  }
+}
+
 void MdxTags::placeWaitingAppends() {
   if (waitingFirst_ == 0) return;
   const uint32_t first = waitingFirst_;
@@ -410,30 +413,16 @@ void MdxTags::rowChanged(uint32_t recno, const char* oldRecord) {
     if (mdx_ || file_.hasProductionMdx()) read();
     return;
   }
-  try {
+  changeOrLeaveMark([&] {
     // A row whose entries still wait goes in with the keys it has then;
     // any other change comes after the waiting rows, as it came after them.
     const bool waiting = waitingFirst_ != 0 && recno >= waitingFirst_ && recno <= waitingLast_;
-    if (!waiting) placeWaitingAppends();
-    std::string before, after;
-    const char* record = file_.record(recno);
-    for (size_t t = 0; t < writing_.size() && !waiting; ++t) {
-      const Keeper& k = writing_[t];
-      const bool wasIn = !k.condition || k.condition->isTrue(oldRecord);
-      const bool isIn = !k.condition || k.condition->isTrue(record);
-      before.clear();
-      after.clear();
-      k.key.appendKey(oldRecord, before);
-      k.key.appendKey(record, after);
-      if (wasIn && isIn && before == after) continue;
-      if (wasIn) update_->remove(t, before, recno);
-      if (isIn && !(k.unique && update_->containsKey(t, after))) update_->insert(t, after, recno);
+    if (!waiting) {
+      placeWaitingAppends();
+      moveEntries(recno, oldRecord);
     }
     endWrite();
-  } catch (...) {
-    abandonCutWrite();
-    throw;
-  }
+  });
   for (auto& t : tags_)
     if (t) t->rowChanged(recno);
 }
@@ -450,15 +439,10 @@ void MdxTags::endBulkLoad() {
   for (const MdxTagInfo& info : mdx_->tags())
     tags.push_back({info.name, info.expression, info.forExpression, info.unique, info.descending});
   bulk_ = false;
-  try {
-    // The lock and the mark stay while the index is written: another
-    // program does not repair it meanwhile, and a process killed now
-    // leaves it to be written anew at the next opening.
-    rebuildProductionIndex(file_, tags);
-  } catch (...) {
-    abandonCutWrite();
-    throw;
-  }
+  // The lock and the mark stay while the index is written: another program
+  // does not repair it meanwhile, and a process killed now leaves it to be
+  // written anew at the next opening.
+  changeOrLeaveMark([&] { rebuildProductionIndex(file_, tags); });
   letGo();
   read();
 }

@@ -105,6 +105,8 @@ class MdxTags : public RowListener {
   void rereadOwnWrite();
   // The entries of rows first..last go into every tag's tree, by key.
   void insertEntries(uint32_t first, uint32_t last);
+  // Row recno's entries move from the keys oldRecord gives to its own.
+  void moveEntries(uint32_t recno, const char* oldRecord);
   void placeWaitingAppends();
   void endWrite();
   // The changes made so far written, the file's state taken from them.
@@ -112,6 +114,18 @@ class MdxTags : public RowListener {
   void writeOutForReading();
   void letGo();
   void abandonCutWrite();
+  // Makes a change to the index file; when it fails, the mark of the cut
+  // write stays (the next opening writes the index anew from the rows), the
+  // index is read again and the failure goes on.
+  template <typename Change>
+  void changeOrLeaveMark(Change&& change) {
+    try {
+      change();
+    } catch (...) {
+      abandonCutWrite();
+      throw;
+    }
+  }
   void endBulkLoad();
 
   DbfFile& file_;
