@@ -963,14 +963,20 @@ inline std::vector<size_t> repartir(const std::vector<double>& pesos, size_t tot
 inline constexpr size_t kTramosPorDefecto = 1'600'000;
 
 // The command line of a generator: CARPETA_DATOS CARPETA_SALIDA, `--tramos N`
-// and whatever options `otra(nombre, valor)` takes (false: not one of them).
-// Empty when the line is not of that form.
+// and whatever options `otra(nombre, valor)` takes (false: not one of them),
+// shown in the usage line as `otrasEnElUso`. Empty, the usage line printed on
+// standard error, when the line is not of that form.
 struct LineaDeOrdenes {
   std::filesystem::path datos, salida;
   size_t tramos = kTramosPorDefecto;
 };
 template <typename OtraOpcion>
-std::optional<LineaDeOrdenes> leerLineaDeOrdenes(int argc, char** argv, OtraOpcion&& otra) {
+std::optional<LineaDeOrdenes> leerLineaDeOrdenes(int argc, char** argv, const char* otrasEnElUso, OtraOpcion&& otra) {
+  const auto uso = [&] {
+    std::fprintf(stderr, "uso: %s CARPETA_DATOS CARPETA_SALIDA [--tramos N]%s%s\n", argv[0], *otrasEnElUso ? " " : "",
+                 otrasEnElUso);
+    return std::optional<LineaDeOrdenes>();
+  };
   LineaDeOrdenes linea;
   std::vector<std::string> carpetas;
   for (int i = 1; i < argc; ++i) {
@@ -980,15 +986,15 @@ std::optional<LineaDeOrdenes> leerLineaDeOrdenes(int argc, char** argv, OtraOpci
       if (a == "--tramos") {
         char* fin = nullptr;
         linea.tramos = std::strtoull(valor.c_str(), &fin, 10);
-        if (!fin || *fin) return std::nullopt;
+        if (!fin || *fin) return uso();
       } else if (!otra(a, valor)) {
-        return std::nullopt;
+        return uso();
       }
     } else {
       carpetas.push_back(a);
     }
   }
-  if (carpetas.size() != 2) return std::nullopt;
+  if (carpetas.size() != 2) return uso();
   linea.datos = carpetas[0];
   linea.salida = carpetas[1];
   return linea;

@@ -254,7 +254,8 @@ class Fichero {
 
 int main(int argc, char** argv) {
   std::set<std::string> provincias = {"28"};
-  const auto linea = gen::leerLineaDeOrdenes(argc, argv, [&](const std::string& opcion, const std::string& lista) {
+  const auto linea = gen::leerLineaDeOrdenes(argc, argv, "[--provincias 28,08]", [&](const std::string& opcion,
+                                                                                      const std::string& lista) {
     if (opcion != "--provincias") return false;
     provincias.clear();
     for (size_t desde = 0; desde <= lista.size();) {
@@ -267,10 +268,7 @@ int main(int argc, char** argv) {
     }
     return true;
   });
-  if (!linea) {
-    std::fprintf(stderr, "uso: %s CARPETA_DATOS CARPETA_SALIDA [--tramos N] [--provincias 28,08]\n", argv[0]);
-    return 2;
-  }
+  if (!linea) return 2;
   const size_t tramos = linea->tramos;
   try {
     const auto inicio = std::chrono::steady_clock::now();

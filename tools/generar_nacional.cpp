@@ -39,11 +39,9 @@ std::vector<gen::Calle> muestraDe(const std::vector<gen::Calle>& calles, size_t 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const auto linea = gen::leerLineaDeOrdenes(argc, argv, [](const std::string&, const std::string&) { return false; });
-  if (!linea) {
-    std::fprintf(stderr, "uso: %s CARPETA_DATOS CARPETA_SALIDA [--tramos N]\n", argv[0]);
-    return 2;
-  }
+  const auto linea =
+      gen::leerLineaDeOrdenes(argc, argv, "", [](const std::string&, const std::string&) { return false; });
+  if (!linea) return 2;
   const size_t tramos = linea->tramos;
   try {
     const auto inicio = std::chrono::steady_clock::now();
