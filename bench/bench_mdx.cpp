@@ -166,15 +166,7 @@ void anadirConTTable(benchmark::State& state, std::string origen) {
   const std::string conTags = conIndice(origen, "POSTAL94.DBF");
   for (auto _ : state) {
     const std::string copia = bench::copiaEnTemporal(conTags, "POSTAL92.DBF");
-    std::vector<QStringList> valores;
-    {
-      auto f = DbfFile::open(copia);
-      for (uint32_t r : bench::filasParaAnadir(f->recordCount(), kFilas)) {
-        QStringList v;
-        for (const auto& fd : f->fields()) v << QString::fromStdString(dbase::fieldText(fd, f->record(r), f->codePage()));
-        valores.push_back(v);
-      }
-    }
+    const std::vector<QStringList> valores = bench::textosParaAnadir(copia, kFilas);
     TTable t;
     t.SetDatabaseName(QString::fromStdString(std::filesystem::path(copia).parent_path().string()));
     t.SetTableName(QString::fromStdString(std::filesystem::path(copia).filename().string()));

@@ -256,15 +256,7 @@ void anadir(benchmark::State& state, std::string path) {
     if (!todosConstruidos(copia)) return state.SkipWithError("no se construyeron los cuatro tags");
     const auto campos = todosLosCampos(*t);
     const int antes = t->RecordCount();
-    std::vector<QStringList> valores;
-    {
-      auto f = DbfFile::open(copia);
-      for (uint32_t r : bench::filasParaAnadir(f->recordCount(), kFilas)) {
-        QStringList v;
-        for (const auto& fd : f->fields()) v << q(dbase::fieldText(fd, f->record(r), f->codePage()));
-        valores.push_back(v);
-      }
-    }
+    const std::vector<QStringList> valores = bench::textosParaAnadir(copia, kFilas);
     t->DisableControls();
     const auto t0 = bench::Reloj::now();
     for (const QStringList& v : valores) {

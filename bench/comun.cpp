@@ -17,6 +17,7 @@
 
 #include "dbase/core/cursor.h"
 #include "dbase/core/dbf_file.h"
+#include "dbase/core/field_value.h"
 
 namespace fs = std::filesystem;
 
@@ -222,6 +223,18 @@ std::vector<uint32_t> filasParaAnadir(uint32_t count, size_t n) {
   std::vector<uint32_t> out;
   out.reserve(n);
   for (size_t i = 0; i < n; ++i) out.push_back(uint32_t((uint64_t(i) * 7919u) % count + 1));
+  return out;
+}
+
+std::vector<QStringList> textosParaAnadir(const std::string& path, size_t n) {
+  auto f = dbase::DbfFile::open(path);
+  std::vector<QStringList> out;
+  out.reserve(n);
+  for (uint32_t r : filasParaAnadir(f->recordCount(), n)) {
+    QStringList v;
+    for (const auto& fd : f->fields()) v << QString::fromStdString(dbase::fieldText(fd, f->record(r), f->codePage()));
+    out.push_back(std::move(v));
+  }
   return out;
 }
 

@@ -10,6 +10,7 @@
 // the benchmarks write there is removed at exit.
 #pragma once
 
+#include <QStringList>
 #include <benchmark/benchmark.h>
 
 #include <chrono>
@@ -52,6 +53,9 @@ std::string copiaEnTemporal(const std::string& origen, const std::string& nombre
 // The rows the append benchmarks take from the source table, the same for
 // every program in the comparison: row (i * 7919) % count + 1, i = 0..n-1.
 std::vector<uint32_t> filasParaAnadir(uint32_t count, size_t n);
+// Those rows of the table at `path`, each as the texts of its fields, as
+// the host hands them to SetAsString.
+std::vector<QStringList> textosParaAnadir(const std::string& path, size_t n);
 // n record numbers of live rows chosen at random (fixed seed).
 std::vector<uint32_t> filasAlAzar(const dbase::DbfFile& file, size_t n, uint64_t semilla = 20260101);
 
