@@ -21,11 +21,6 @@ using namespace mdx_io;
 
 namespace {
 
-// No real tree gets near this: even with two children per node it would
-// index more rows than a table can hold. It bounds the memory of a walk
-// down a chain of one-child nodes.
-constexpr size_t kMaxDepth = 64;
-
 int64_t modifiedNs(const struct stat& st) { return int64_t(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec; }
 
 // Text up to the first NUL within [p, p + size).
@@ -37,151 +32,6 @@ std::string cString(const unsigned char* p, size_t size) {
 char upperAscii(char c) { return c >= 'a' && c <= 'z' ? char(c - 'a' + 'A') : c; }
 
 }  // namespace
-
-// The path from the root to the node being read, each node with the next
-// child to go down to. Every node entered is checked before it is used, and
-// marked, so that a page reached twice (a loop, or two parents) is refused.
-class MdxFile::Cursor {
- public:
-  struct Frame {
-    uint32_t page = 0;
-    std::vector<unsigned char> block;
-    uint32_t n = 0;
-    uint32_t next = 0;  // interior: next child; leaf: next entry
-    bool leaf = false;
-  };
-
-  Cursor(const MdxFile& file, const MdxTagInfo& tag)
-      : file_(file), tag_(tag), seen_(size_t(file.fileSize_ / kPageBytes) + 1, false) {}
-
-  [[noreturn]] void fail(const std::string& what) const {
-    throw Error(ErrorKind::Corrupt, file_.name_, "índice " + tag_.name + ": " + what);
-  }
-
-  // Reads the node at page and pushes it on the path.
-  void enter(uint32_t page) {
-    if (!file_.pageInFile(page))
-      fail("la página " + std::to_string(page) + " de un nodo cae fuera del fichero (" + std::to_string(file_.fileSize_) +
-           " bytes)");
-    if (seen_[page]) fail("la página " + std::to_string(page) + " se alcanza dos veces (un bucle entre páginas)");
-    if (path.size() >= kMaxDepth) fail("el árbol tiene más de " + std::to_string(kMaxDepth) + " niveles");
-    seen_[page] = true;
-    Frame frame;
-    frame.page = page;
-    frame.block.resize(file_.blockBytes_);
-    if (readAhead)
-      readThroughWindow(page, frame.block.data());
-    else
-      file_.readBlock(page, frame.block.data(), tag_.name);
-    frame.n = get32(frame.block.data());
-    if (frame.n > tag_.maxKeys ||
-        kNodeHeaderBytes + uint64_t(frame.n) * tag_.itemLength + 4 > file_.blockBytes_)
-      fail("la página " + std::to_string(page) + " dice tener " + std::to_string(frame.n) + " claves, más de las " +
-           std::to_string(tag_.maxKeys) + " que caben");
-    frame.leaf = get32(frame.block.data() + kNodeHeaderBytes + frame.n * tag_.itemLength) == 0;
-    if (frame.leaf) {
-      if (leafDepth_ < 0) leafDepth_ = int(path.size());
-      if (leafDepth_ != int(path.size()))
-        fail("hojas a distinta profundidad (la página " + std::to_string(page) + " a " + std::to_string(path.size()) +
-             ", otras a " + std::to_string(leafDepth_) + ")");
-    }
-    path.push_back(std::move(frame));
-  }
-
-  // Entry i of a node: its pointer (record number or child page) and key.
-  // The pointer after the last key is the rightmost child.
-  uint32_t pointer(const Frame& f, uint32_t i) const {
-    return get32(f.block.data() + kNodeHeaderBytes + size_t(i) * tag_.itemLength);
-  }
-  std::string_view key(const Frame& f, uint32_t i) const {
-    return {reinterpret_cast<const char*>(f.block.data()) + kNodeHeaderBytes + size_t(i) * tag_.itemLength + 4,
-            tag_.keyLength};
-  }
-  uint32_t recno(const Frame& f, uint32_t i) const {
-    uint32_t r = pointer(f, i);
-    if (r == 0) fail("la hoja de la página " + std::to_string(f.page) + " apunta al registro 0");
-    return r;
-  }
-
-  // From the top of the path, goes down the leftmost children to a leaf.
-  void descendLeftmost() {
-    while (!path.back().leaf) {
-      Frame& f = path.back();
-      uint32_t child = pointer(f, f.next++);
-      enter(child);
-    }
-  }
-
-  // Moves the path to the next leaf in order; false when there is none.
-  bool nextLeaf() {
-    path.pop_back();
-    while (!path.empty()) {
-      Frame& f = path.back();
-      if (f.next <= f.n) {
-        uint32_t child = pointer(f, f.next++);
-        enter(child);
-        descendLeftmost();
-        return true;
-      }
-      path.pop_back();
-    }
-    return false;
-  }
-
-  std::vector<Frame> path;
-  // A walk of the whole tag reads ahead (see readThroughWindow); a search,
-  // which reads a node per level, reads only those.
-  bool readAhead = false;
-
- private:
-  // Nodes are read through two windows of the file: a walk goes through
-  // leaves that mostly lie side by side, and now and then steps to an
-  // interior node that lies elsewhere. A block just past a window's end
-  // refills that window with twice as many bytes, up to kMaxWindow; any
-  // other block is read alone into the window used least recently.
-  struct Window {
-    uint64_t at = 0;
-    std::vector<unsigned char> bytes;
-    uint64_t used = 0;
-    uint64_t end() const { return at + bytes.size(); }
-  };
-  static constexpr size_t kMaxWindow = size_t(256) << 10;
-
-  void readThroughWindow(uint32_t page, unsigned char* into) {
-    const uint64_t at = uint64_t(page) * kPageBytes;
-    const size_t size = file_.blockBytes_;
-    ++clock_;
-    for (Window& w : windows_)
-      if (at >= w.at && at + size <= w.end()) {
-        w.used = clock_;
-        std::memcpy(into, w.bytes.data() + (at - w.at), size);
-        return;
-      }
-    Window* w = &windows_[windows_[0].used > windows_[1].used ? 1 : 0];
-    size_t want = size;
-    for (Window& candidate : windows_)
-      if (!candidate.bytes.empty() && candidate.end() == at) {
-        w = &candidate;
-        want = std::min(kMaxWindow, std::max(size, 2 * candidate.bytes.size()));
-      }
-    want = size_t(std::max<uint64_t>(size, std::min<uint64_t>(want, file_.fileSize_ - at)));
-    w->bytes.resize(want);
-    w->at = at;
-    w->used = clock_;
-    if (!readAt(file_.fd_, at, w->bytes.data(), want)) {
-      w->bytes.clear();
-      throw Error(ErrorKind::Io, file_.name_, "índice " + tag_.name + ": " + systemError("no se puede leer una página"));
-    }
-    std::memcpy(into, w->bytes.data(), size);
-  }
-
-  const MdxFile& file_;
-  const MdxTagInfo& tag_;
-  std::vector<bool> seen_;
-  int leafDepth_ = -1;
-  Window windows_[2];
-  uint64_t clock_ = 0;
-};
 
 std::unique_ptr<MdxFile> MdxFile::open(const std::string& path) {
   std::unique_ptr<MdxFile> file(new MdxFile());
@@ -320,41 +170,18 @@ const MdxTagInfo& MdxFile::usableTag(size_t tag) const {
 }
 
 void MdxFile::walk(size_t tag, const Visitor& visit) const {
-  const MdxTagInfo& info = usableTag(tag);
-  Cursor cursor(*this, info);
-  cursor.readAhead = true;
-  cursor.enter(info.rootPage);
-  cursor.descendLeftmost();
-  do {
-    const Cursor::Frame& leaf = cursor.path.back();
-    for (uint32_t i = 0; i < leaf.n; ++i) visit(cursor.key(leaf, i), cursor.recno(leaf, i));
-  } while (cursor.nextLeaf());
+  Walk walk(*this, tag, /*readAhead=*/true, /*once=*/true);
+  for (bool on = walk.first(); on; on = walk.next()) visit(walk.key(), walk.recno());
 }
 
 std::optional<std::pair<std::string, uint32_t>> MdxFile::lowerBound(size_t tag, std::string_view search,
                                                                     const KeyCompare& compare) const {
-  const MdxTagInfo& info = usableTag(tag);
-  Cursor cursor(*this, info);
-  cursor.enter(info.rootPage);
-  // Down the first child whose highest key is at or after the search key.
-  while (!cursor.path.back().leaf) {
-    Cursor::Frame& f = cursor.path.back();
-    uint32_t i = 0;
-    while (i < f.n && compare(search, cursor.key(f, i)) > 0) ++i;
-    f.next = i + 1;
-    uint32_t child = cursor.pointer(f, i);
-    cursor.enter(child);
-  }
-  // Normally the leaf holds the answer; when the interior keys are stale it
-  // may lie further on, in the following leaves.
-  do {
-    const Cursor::Frame& leaf = cursor.path.back();
-    for (uint32_t i = 0; i < leaf.n; ++i)
-      if (compare(search, cursor.key(leaf, i)) <= 0)
-        return std::make_pair(std::string(cursor.key(leaf, i)), cursor.recno(leaf, i));
-  } while (cursor.nextLeaf());
-  return std::nullopt;
+  Walk walk(*this, tag);
+  if (!walk.seek(search, compare)) return std::nullopt;
+  return std::make_pair(std::string(walk.key()), walk.recno());
 }
+
+IndexFileLock MdxFile::sharedLock() const { return IndexFileLock(fd_, name_, LockMode::Shared); }
 
 bool MdxFile::adoptOwnWrite(const std::vector<MdxTagInfo>& written) {
   struct stat st {};

@@ -18,6 +18,8 @@
 #include <utility>
 #include <vector>
 
+#include "dbase/core/dbase_locks.h"
+
 namespace dbase {
 
 struct MdxTagInfo {
@@ -55,6 +57,9 @@ class MdxFile {
   const std::string& tagFault(size_t tag) const { return faults_.at(tag); }
 
   using Visitor = std::function<void(std::string_view key, uint32_t recno)>;
+  // Compares a search key with a stored key, like memcmp; a partial search
+  // key compares only its own length.
+  using KeyCompare = std::function<int(std::string_view search, std::string_view stored)>;
   // Every (key, recno) of a tag in stored order (leaf entries left to
   // right). Throws dbase::Error(Corrupt, file name, fault naming the tag) on
   // any damage met: a page outside the file, a loop among pages, a node
@@ -62,18 +67,84 @@ class MdxFile {
   // already visited when the damage is met have been handed out.
   void walk(size_t tag, const Visitor& visit) const;
 
-  // Compares a search key with a stored key, like memcmp; a partial search
-  // key compares only its own length.
-  using KeyCompare = std::function<int(std::string_view search, std::string_view stored)>;
   // The first entry at or after `search` in stored order, descending from
   // the root (interior key i is the highest under child i); nullopt when
   // every entry is before it.
   std::optional<std::pair<std::string, uint32_t>> lowerBound(size_t tag, std::string_view search,
                                                              const KeyCompare& compare) const;
 
+  // A place among a tag's entries that steps to its neighbours, reading only
+  // the blocks it moves into: the path from the root to one leaf entry. Each
+  // block entered is checked as walk() checks it, a page met again on the
+  // way down (a loop among pages) included. A Walk serves while the file it
+  // reads is the one this MdxFile read: after a change it must be made anew.
+  class Walk {
+   public:
+    // Throws as walk() does for a tag that cannot be used. `readAhead` suits
+    // a walk of many leaves (see mdx_walk.cpp); `once` also refuses a page
+    // reached twice, which only a walk that never turns back may do.
+    Walk(const MdxFile& file, size_t tag, bool readAhead = false, bool once = false);
+    ~Walk();
+    Walk(const Walk&) = delete;
+    Walk& operator=(const Walk&) = delete;
+
+    // Each moves to an entry and says whether there was one; when there is
+    // none the walk stands nowhere, and only first(), last() and seek() move it.
+    bool first();
+    bool last();
+    bool next();
+    bool prior();
+    // To the first entry at or after `search` (as lowerBound()).
+    bool seek(std::string_view search, const KeyCompare& compare);
+    // Whether next() (or prior()) stays in the leaf held, reading nothing.
+    bool stepStaysInLeaf(bool forward) const;
+
+    bool onEntry() const { return depth_ > 0 && frames_[depth_ - 1].leaf; }
+    // The entry stood on: its key as stored, and its record number.
+    std::string_view key() const;
+    uint32_t recno() const;
+    // Blocks read from the file so far.
+    size_t blocksRead() const { return blocksRead_; }
+
+   private:
+    struct Frame {
+      uint32_t page = 0;
+      std::vector<unsigned char> block;
+      uint32_t n = 0;    // keys in the node
+      uint32_t at = 0;   // interior: the child gone down to; leaf: the entry
+      bool leaf = false;
+    };
+    struct Window;
+    [[noreturn]] void fail(const std::string& what) const;
+    void enter(uint32_t page);
+    void readThroughWindow(uint32_t page, unsigned char* into);
+    uint32_t pointer(const Frame& f, uint32_t i) const;
+    std::string_view keyAt(const Frame& f, uint32_t i) const;
+    // From the node on top, down to a leaf by its first (or last) children.
+    void downEdge(bool lastSide);
+    // To the following (or preceding) leaf; false, standing nowhere, at the end.
+    bool nextLeaf(bool forward);
+    // To the first entry with an entry in the leaf held or the following ones.
+    bool settle(bool forward);
+
+    const MdxFile& file_;
+    const MdxTagInfo& tag_;
+    bool readAhead_;
+    std::vector<bool> seen_;  // with `once`: pages entered
+    std::vector<Frame> frames_;
+    size_t depth_ = 0;
+    int leafDepth_ = -1;
+    size_t blocksRead_ = 0;
+    std::unique_ptr<Window[]> windows_;
+    uint64_t clock_ = 0;
+  };
+
   // True when the file on disk is no longer the one read: size, modification
   // time, inode, or any tag's change counter differs.
   bool changedOnDisk() const;
+  // The index's lock, shared (writers hold it alone): held while blocks are
+  // read, no writer is halfway through a change.
+  IndexFileLock sharedLock() const;
   // This process changed the file in place, under its lock: each tag's root
   // and change counter are now as `written` says (MdxUpdate::tags()), the
   // size and times as the disk says. False, and nothing changed, when the
@@ -81,7 +152,6 @@ class MdxFile {
   bool adoptOwnWrite(const std::vector<MdxTagInfo>& written);
 
  private:
-  class Cursor;
   MdxFile() = default;
   void load();
   void loadTag(size_t slot, const unsigned char* entry);
