@@ -135,6 +135,7 @@ void Cursor::setOrder(Tag& tag, const std::vector<int>& fields) { useOrder(&tag,
 void Cursor::useOrder(Tag* tag, const std::vector<int>& fields) {
   order_ = fields;
   tag_ = tag;
+  unranked_ = false;
   // The same rows in another order: the current row stays, and the view is
   // rebuilt and the row found in it when something needs them. Unless the
   // file changed since the row was placed: then the edge states may change
@@ -150,6 +151,7 @@ void Cursor::setFilter(const std::string& text) {
   if (!expression.terms.empty()) compiled.emplace(expression, file_->fields(), file_->codePage());
   filterText_ = expression.terms.empty() ? std::string() : text;
   filter_ = std::move(compiled);
+  unranked_ = false;
   verdictsValid_ = false;
   viewGeneration_ = 0;
   rowGeneration_ = 0;
@@ -345,6 +347,7 @@ void Cursor::extendView() {
 }
 
 void Cursor::revalidate() {
+  if (unranked_ && stillUnranked()) return;
   if (viewGeneration_ != file_->generation()) {
     if (viewGeneration_ == 0 || viewRewriteGeneration_ != file_->rewriteGeneration() ||
         file_->recordCount() < viewFileCount_) {
@@ -434,15 +437,62 @@ void Cursor::refresh() {
   revalidate();
 }
 
+template <class Ask>
+bool Cursor::moveUnranked(Ask&& ask) {
+  if (!tag_ || filter_ || !tag_->unranked()) return false;
+  const uint32_t recno = ask();
+  if (recno == Tag::kLost) return false;
+  standUnranked(recno);
+  return true;
+}
+
+void Cursor::standUnranked(uint32_t recno) {
+  unranked_ = true;
+  recno_ = recno;
+  eof_ = bof_ = recno == 0;  // 0: the view is empty
+  rowGeneration_ = file_->generation();
+  positionGeneration_ = 0;
+}
+
+bool Cursor::stillUnranked() {
+  if (rowGeneration_ == file_->generation() && tag_->unranked()) return true;
+  // The file changed: the row stays while the tag shows it.
+  if (tag_->unranked() && recno_ != 0 && tag_->showsRow(recno_)) {
+    rowGeneration_ = file_->generation();
+    return true;
+  }
+  rank();
+  return false;
+}
+
+// From standing unranked to a place in the view: the view is built when
+// next needed, and the row found in it.
+void Cursor::rank() {
+  unranked_ = false;
+  positionGeneration_ = 0;
+}
+
 void Cursor::first() {
-  refresh();
+  file_->syncWithDisk();
+  if (moveUnranked([&] { return tag_->edgeRow(false); })) {
+    bof_ = true;
+    return;
+  }
+  if (unranked_) rank();
+  revalidate();
   if (viewSize() == 0) return;
   moveTo(0);
   bof_ = true;
 }
 
 void Cursor::last() {
-  refresh();
+  file_->syncWithDisk();
+  if (moveUnranked([&] { return tag_->edgeRow(true); })) {
+    eof_ = true;
+    return;
+  }
+  if (unranked_) rank();
+  revalidate();
   const size_t size = viewSize();
   if (size == 0) return;
   moveTo(size - 1);
@@ -450,6 +500,16 @@ void Cursor::last() {
 }
 
 void Cursor::next() {
+  if (unranked_ && stillUnranked()) {
+    if (recno_ == 0) return;
+    const uint32_t found = tag_->rowBeside(recno_, true);
+    if (found != Tag::kLost) {
+      if (found == 0) eof_ = true;  // the cursor stays on the last row
+      else recno_ = found, eof_ = bof_ = false;
+      return;
+    }
+    rank();
+  }
   revalidate();
   const size_t size = viewSize();
   if (size == 0) return;
@@ -460,6 +520,16 @@ void Cursor::next() {
 }
 
 void Cursor::prior() {
+  if (unranked_ && stillUnranked()) {
+    if (recno_ == 0) return;
+    const uint32_t found = tag_->rowBeside(recno_, false);
+    if (found != Tag::kLost) {
+      if (found == 0) bof_ = true;
+      else recno_ = found, eof_ = bof_ = false;
+      return;
+    }
+    rank();
+  }
   revalidate();
   if (viewSize() == 0) return;
   if (index_ > 0)
@@ -471,6 +541,7 @@ void Cursor::prior() {
 bool Cursor::empty() { return count() == 0; }
 
 size_t Cursor::count() {
+  if (unranked_) rank();
   file_->syncWithDisk();
   if (rowGeneration_ != file_->generation()) revalidate();
   return liveSize();
@@ -489,16 +560,24 @@ const char* Cursor::record() {
 }
 
 size_t Cursor::position() {
+  if (unranked_) rank();
   revalidate();
   return index_;
 }
 
 uint32_t Cursor::recnoAt(size_t index) {
+  if (unranked_) rank();
   revalidate();
   return index < viewSize() ? viewRecno(index) : 0;
 }
 
 bool Cursor::gotoRecno(uint32_t recno) {
+  if (unranked_ && stillUnranked()) {
+    if (recno == 0 || recno > file_->recordCount() || !tag_->showsRow(recno)) return false;
+    recno_ = recno;
+    eof_ = bof_ = false;
+    return true;
+  }
   revalidate();
   size_t at = viewIndexOf(recno);
   if (at == npos) return false;
@@ -512,9 +591,23 @@ bool Cursor::seek(const std::vector<std::string>& values, bool exact) {
     throw Error(ErrorKind::InvalidArgument, file_->name(),
                 "la búsqueda da " + std::to_string(values.size()) + " valores para un índice de " +
                     std::to_string(order_.size()) + " campos");
-  refresh();
+  file_->syncWithDisk();
   std::string key;
   const bool possible = tag_->searchKey(order_, values, !exact, key);
+  if (!filter_ && tag_->unranked()) {
+    if (exact && !possible) return false;
+    std::string found;
+    uint32_t at = tag_->rowAtOrAfter(key, found);
+    if (at != Tag::kLost && exact && (at == 0 || !found.starts_with(key))) return false;  // the cursor stays
+    if (at == 0) at = tag_->edgeRow(true);  // nothing at or after: the last row
+    if (at == 0) return false;              // an empty view
+    if (at != Tag::kLost) {
+      standUnranked(at);
+      return true;
+    }
+  }
+  if (unranked_) rank();
+  revalidate();
   const size_t size = viewSize();
   size_t at = viewLowerBound(key);
   if (exact) {

@@ -14,6 +14,12 @@
 // when a walk or a position first needs it, not when the order changes, and
 // from a bitmap of the rows that pass, which outlives changes of order: a
 // change of order re-tests no row, and counting a view builds nothing.
+//
+// On a tag that can serve before ranking its rows (Tag::unranked: an index
+// file's tag, until it loads), with no filter, the cursor moves without a
+// view: first, last, next, prior and seek ask the tag for the row beside the
+// one it stands on. Asking for a position, a count or a row by its place in
+// the view ranks: the view is built and the row found in it.
 #pragma once
 
 #include <cstdint>
@@ -74,6 +80,14 @@ class Cursor {
 
  private:
   void useOrder(Tag* tag, const std::vector<int>& fields);
+  // Moves to the row a tag serving unranked answers; false (nothing moved)
+  // when the order cannot serve so now.
+  template <class Ask>
+  bool moveUnranked(Ask&& ask);
+  void standUnranked(uint32_t recno);  // 0: the view is empty
+  // Whether the cursor still stands unranked on its row; otherwise it ranks.
+  bool stillUnranked();
+  void rank();
   void revalidate();
   void rebuildView();
   void extendView();
@@ -116,6 +130,7 @@ class Cursor {
 
   uint32_t recno_ = 0;
   size_t index_ = 0;
+  bool unranked_ = false;  // standing on recno_ without a view: index_ means nothing
   uint64_t positionGeneration_ = 0;  // index_ is right for this file generation
   uint64_t rowGeneration_ = 0;       // recno_, eof_ and bof_ are
   bool eof_ = true;

@@ -28,6 +28,13 @@ void appendOrderedDouble(double v, std::string& out) {
   for (int shift = 56; shift >= 0; shift -= 8) out.push_back(char(uint8_t(bits >> shift)));
 }
 
+// Blocks the walks of a tag may read before it loads instead: a few hundred
+// searches, or a walk through a few hundred leaves, after which ranking every
+// row (a walk of the whole tag, read in large pieces) is the cheaper way on.
+constexpr size_t kTreeBlocksBeforeLoading = 512;
+// Walks kept at once: one for each cursor lately served.
+constexpr size_t kWalksKept = 4;
+
 }  // namespace
 
 std::vector<uint32_t> keyPieces(const KeyExpression& expression) {
@@ -87,12 +94,15 @@ void MdxTag::reset(const MdxFile& mdx, size_t index, KeyExpression expression,
   pieces_ = keyPieces(expression_);
   condition_ = std::move(condition);
   loaded_ = false;
+  forgetWalks();
+  treeBlocks_ = 0;
 }
 
 void MdxTag::rebind(const MdxFile& mdx, size_t index) {
   mdx_ = &mdx;
   index_ = index;
   info_ = mdx.tags()[index];
+  forgetWalks();  // the blocks they hold may have changed
 }
 
 void MdxTag::appendOrderKey(std::string_view stored, std::string& out) const {
@@ -160,6 +170,8 @@ void MdxTag::load() {
   rows_.assign(order);
   everyLiveRow_ = order.size() == size_t(count - file_.deletedCount());
   loaded_ = true;
+  forgetWalks();
+  treeBlocks_ = 0;
 }
 
 bool MdxTag::shows(uint32_t recno) const {
@@ -205,6 +217,7 @@ void MdxTag::rowChanged(uint32_t recno) {
 void MdxTag::retire() {
   mdx_ = nullptr;
   loaded_ = false;
+  forgetWalks();
 }
 
 size_t MdxTag::size() {
@@ -238,6 +251,124 @@ void MdxTag::appendAll(std::vector<uint32_t>& out) {
 }
 
 bool MdxTag::holdsEveryLiveRow() const { return loaded_ ? everyLiveRow_ : info_.forExpression.empty() && !info_.unique; }
+
+// ---- serving from the tree ---------------------------------------------------
+
+// One answer from the tree. The index's lock is taken, shared, before the
+// first block is read, and kept to the end of the answer: no writer is
+// halfway through a change meanwhile. A file that changed since it was read
+// cannot be walked with what was read of it.
+class MdxTag::TreeRead {
+ public:
+  explicit TreeRead(const MdxFile& mdx) : mdx_(mdx) {}
+  // False when the tree cannot serve (the file changed).
+  bool ready() {
+    if (!lock_) {
+      lock_.emplace(mdx_.sharedLock());
+      changed_ = mdx_.changedOnDisk();
+    }
+    return !changed_;
+  }
+
+ private:
+  const MdxFile& mdx_;
+  std::optional<IndexFileLock> lock_;
+  bool changed_ = false;
+};
+
+void MdxTag::forgetWalks() {
+  for (const auto& walk : walks_) treeBlocks_ += walk->blocksRead();
+  walks_.clear();
+}
+
+bool MdxTag::unranked() {
+  if (loaded_ || !mdx_ || info_.unique || file_.inWriteBatch()) return false;
+  size_t blocks = treeBlocks_;
+  for (const auto& walk : walks_) blocks += walk->blocksRead();
+  return blocks < kTreeBlocksBeforeLoading;
+}
+
+bool MdxTag::seekOrder(MdxFile::Walk& walk, std::string_view order) {
+  std::string& entryOrder = scratchOrder_;
+  return walk.seek(order, [&](std::string_view search, std::string_view stored) {
+    entryOrder.clear();
+    appendOrderKey(stored, entryOrder);
+    return search.compare(entryOrder);
+  });
+}
+
+// The walk that stands on the row, or one set on it (nullptr when the row is
+// not where its key puts it).
+MdxFile::Walk* MdxTag::walkFor(TreeRead& read, uint32_t recno) {
+  for (auto it = walks_.begin(); it != walks_.end(); ++it)
+    if ((*it)->onEntry() && (*it)->recno() == recno) {
+      std::rotate(it, it + 1, walks_.end());
+      return walks_.back().get();
+    }
+  MdxFile::Walk& walk = spareWalk();
+  return read.ready() && findRow(read, walk, recno) ? &walk : nullptr;
+}
+
+MdxFile::Walk& MdxTag::spareWalk() {
+  if (walks_.size() < kWalksKept) {
+    walks_.push_back(std::make_unique<MdxFile::Walk>(*mdx_, index_));
+  } else {
+    std::rotate(walks_.begin(), walks_.begin() + 1, walks_.end());  // the least recently used
+  }
+  return *walks_.back();
+}
+
+// Sets the walk on the row's entry: the first of its key's, then on through
+// entries of the same key.
+bool MdxTag::findRow(TreeRead& read, MdxFile::Walk& walk, uint32_t recno) {
+  if (!shows(recno)) return false;
+  std::string stored, order, entryOrder;
+  expression_.appendKey(file_.record(recno), stored);
+  appendOrderKey(stored, order);
+  if (!seekOrder(walk, order)) return false;
+  for (;;) {
+    if (walk.recno() == recno) return true;
+    entryOrder.clear();
+    appendOrderKey(walk.key(), entryOrder);
+    if (entryOrder != order || (!walk.stepStaysInLeaf(true) && !read.ready()) || !walk.next()) return false;
+  }
+}
+
+uint32_t MdxTag::stepToShown(TreeRead& read, MdxFile::Walk& walk, bool forward) {
+  for (;;) {
+    if (!walk.stepStaysInLeaf(forward) && !read.ready()) return kLost;
+    if (!(forward ? walk.next() : walk.prior())) return 0;
+    if (shows(walk.recno())) return walk.recno();
+  }
+}
+
+uint32_t MdxTag::edgeRow(bool last) {
+  TreeRead read(*mdx_);
+  if (!read.ready()) return kLost;
+  MdxFile::Walk& walk = spareWalk();
+  if (!(last ? walk.last() : walk.first())) return 0;
+  return shows(walk.recno()) ? walk.recno() : stepToShown(read, walk, !last);
+}
+
+uint32_t MdxTag::rowBeside(uint32_t recno, bool after) {
+  TreeRead read(*mdx_);
+  MdxFile::Walk* walk = walkFor(read, recno);
+  return walk ? stepToShown(read, *walk, after) : kLost;
+}
+
+uint32_t MdxTag::rowAtOrAfter(std::string_view key, std::string& found) {
+  TreeRead read(*mdx_);
+  if (!read.ready()) return kLost;
+  MdxFile::Walk& walk = spareWalk();
+  if (!seekOrder(walk, key)) return 0;
+  if (!shows(walk.recno())) {
+    const uint32_t r = stepToShown(read, walk, true);
+    if (r == 0 || r == kLost) return r;
+  }
+  found.clear();
+  appendOrderKey(walk.key(), found);
+  return walk.recno();
+}
 
 bool MdxTag::searchKey(const std::vector<int>& fields, const std::vector<std::string>& values, bool partial,
                        std::string& key) {

@@ -10,6 +10,14 @@
 // the index file; this process's own writes are placed in it row by row. A
 // load walks the tree with the index file's lock shared (writers hold it
 // alone), from the file as it is then.
+//
+// Until it loads, the tag serves cursors from the tree itself (unranked()):
+// the first or last row, the row beside one and the first at or after a key
+// cost a walk down the tree and the blocks stepped into, read under the
+// shared lock, with deleted rows and rows the FOR condition leaves out
+// skipped as they are met. That is what opening a table to look one thing
+// up needs. Once the walks have read about as many blocks as make a load
+// worth it, or anything asks for a rank, the tag loads.
 #pragma once
 
 #include <cstdint>
@@ -77,6 +85,11 @@ class MdxTag final : public Tag {
   std::string_view keyOf(uint32_t recno) override;
   void appendAll(std::vector<uint32_t>& out) override;
   bool holdsEveryLiveRow() const override;
+  bool unranked() override;
+  uint32_t edgeRow(bool last) override;
+  uint32_t rowBeside(uint32_t recno, bool after) override;
+  uint32_t rowAtOrAfter(std::string_view key, std::string& found) override;
+  bool showsRow(uint32_t recno) override { return shows(recno); }
   // The key is what the tag's expression gives for a row holding the values,
   // cut after the last field given for a partial search.
   bool searchKey(const std::vector<int>& fields, const std::vector<std::string>& values, bool partial,
@@ -95,6 +108,17 @@ class MdxTag final : public Tag {
   bool appendPieceSearchKey(std::string_view stored, const std::vector<int>& fields,
                             const std::vector<size_t>& givenBytes, bool partial, std::string& key) const;
 
+  // Serving from the tree: a few walks, one for each cursor lately served,
+  // the most recently used last.
+  class TreeRead;
+  MdxFile::Walk* walkFor(TreeRead& read, uint32_t recno);
+  MdxFile::Walk& spareWalk();
+  bool findRow(TreeRead& read, MdxFile::Walk& walk, uint32_t recno);
+  bool seekOrder(MdxFile::Walk& walk, std::string_view order);
+  // Steps until a row the view shows; 0 at the end, kLost when the file changed.
+  uint32_t stepToShown(TreeRead& read, MdxFile::Walk& walk, bool forward);
+  void forgetWalks();
+
   const DbfFile& file_;
   MdxTagInfo info_;
   KeyExpression expression_;
@@ -106,8 +130,11 @@ class MdxTag final : public Tag {
   std::optional<KeyExpression> condition_;
   OrderedKeys rows_;  // the rows held, by their orderable keys
   std::function<void()> beforeLoading_;
+  std::vector<std::unique_ptr<MdxFile::Walk>> walks_;
+  size_t treeBlocks_ = 0;  // read by the walks since the tag last loaded
   // Reused by every search: a blank row, the row searched for, its key.
   std::string blank_, scratchRecord_, scratchKey_;
+  std::string scratchOrder_;  // an entry's order key, compared in a walk down the tree
 };
 
 }  // namespace dbase

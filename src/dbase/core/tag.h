@@ -33,6 +33,21 @@ class Tag {
   // unique one, may leave some out).
   virtual bool holdsEveryLiveRow() const { return true; }
 
+  // A tag kept as a tree can also serve a cursor before it ranks its rows
+  // (ranking needs every row walked): the cursor stands on a row and steps
+  // from it. Only while unranked() says so. Each answer is the row landed
+  // on, 0 when there is none, or kLost when the tag cannot tell without
+  // ranking (the row stood on is not where its key puts it, the file changed
+  // under the walk): the cursor then asks the ranked calls above.
+  static constexpr uint32_t kLost = UINT32_MAX;
+  virtual bool unranked() { return false; }
+  virtual uint32_t edgeRow(bool /*last*/) { return kLost; }
+  virtual uint32_t rowBeside(uint32_t /*recno*/, bool /*after*/) { return kLost; }
+  // The first row whose key is >= key; `found` gets its key.
+  virtual uint32_t rowAtOrAfter(std::string_view /*key*/, std::string& /*found*/) { return kLost; }
+  // Whether the tag shows the row (a cursor standing on it stays there).
+  virtual bool showsRow(uint32_t /*recno*/) { return false; }
+
   // The key a search for these values of the tag's leading fields looks for;
   // with `partial`, the last value is a prefix and the key sorts at or before
   // every row whose field starts with it. Returns false when no row can hold
