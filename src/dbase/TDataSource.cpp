@@ -1,5 +1,7 @@
 #include "dbase/TDataSource.h"
 
+#include <QMetaMethod>
+
 TDataSource::TDataSource(QObject* owner) : QAbstractTableModel(owner) {}
 
 void TDataSource::SetDataSet(TTable* table) {
@@ -32,24 +34,41 @@ std::vector<TField*> TDataSource::columnFields() const {
 
 void TDataSource::reset() {
   beginResetModel();
-  rows_ = (table_ && table_->Active()) ? table_->RecordCount() : 0;
+  rows_ = kUnknown;
   cachedRow_ = -1;
   endResetModel();
   followCursor();
 }
 
+// Counting the rows, or placing the cursor's among them, can mean ranking a
+// whole index tag: done when a view asks, not on every move of a table that
+// no grid shows.
+int TDataSource::rows() const {
+  if (rows_ == kUnknown) rows_ = (table_ && table_->Active()) ? table_->RecordCount() : 0;
+  return rows_;
+}
+
+int TDataSource::CurrentRow() const {
+  if (currentRow_ == kUnknown) currentRow_ = (table_ && table_->Active()) ? table_->CurrentIndex() : -1;
+  return currentRow_;
+}
+
 void TDataSource::followCursor() {
-  int row = (table_ && table_->Active()) ? table_->CurrentIndex() : -1;
-  if (row == currentRow_) return;
-  currentRow_ = row;
-  emit currentRowChanged(row);
+  if (!isSignalConnected(QMetaMethod::fromSignal(&TDataSource::currentRowChanged))) {
+    currentRow_ = kUnknown;
+    return;
+  }
+  const int before = currentRow_;
+  currentRow_ = kUnknown;
+  const int row = CurrentRow();
+  if (row != before) emit currentRowChanged(row);
 }
 
 void TDataSource::SetCurrentRow(int row) {
-  if (table_ && table_->Active() && row != currentRow_) table_->GotoIndex(row);
+  if (table_ && table_->Active() && row != CurrentRow()) table_->GotoIndex(row);
 }
 
-int TDataSource::rowCount(const QModelIndex& parent) const { return parent.isValid() ? 0 : rows_; }
+int TDataSource::rowCount(const QModelIndex& parent) const { return parent.isValid() ? 0 : rows(); }
 
 int TDataSource::columnCount(const QModelIndex& parent) const {
   if (parent.isValid()) return 0;
@@ -59,7 +78,7 @@ int TDataSource::columnCount(const QModelIndex& parent) const {
 
 QVariant TDataSource::data(const QModelIndex& index, int role) const {
   if (role != Qt::DisplayRole || !index.isValid() || !table_ || !table_->Active()) return {};
-  if (index.row() >= rows_) return {};
+  if (index.row() >= rows()) return {};
   if (cachedRow_ != index.row()) {
     cachedValues_ = table_->RowValues(index.row(), columnFields());
     cachedRow_ = index.row();

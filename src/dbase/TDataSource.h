@@ -26,7 +26,7 @@ class TDataSource : public QAbstractTableModel {
   void SetColumns(const QStringList& fieldNames, const QStringList& titles = {});
   QStringList Columns() const { return columns_; }
 
-  int CurrentRow() const { return currentRow_; }
+  int CurrentRow() const;
   // Moves the table to this row of the model.
   void SetCurrentRow(int row);
 
@@ -42,13 +42,16 @@ class TDataSource : public QAbstractTableModel {
  private:
   void reset();
   void followCursor();
+  int rows() const;
   std::vector<TField*> columnFields() const;
 
   QPointer<TTable> table_;
   QStringList columns_;
   QStringList titles_;
-  int rows_ = 0;
-  int currentRow_ = -1;
+  // Worked out when first asked for after a change.
+  static constexpr int kUnknown = -2;
+  mutable int rows_ = kUnknown;
+  mutable int currentRow_ = kUnknown;
   // The last row read: a grid asks for it once per column.
   mutable int cachedRow_ = -1;
   mutable QStringList cachedValues_;

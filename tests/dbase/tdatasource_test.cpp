@@ -7,6 +7,10 @@
 
 #include "dbase/TDataSource.h"
 #include "dbase/TTable.h"
+#include "dbase/core/dbf_file.h"
+#include "dbase/core/mdx_build.h"
+#include "dbase/core/mdx_tag.h"
+#include "dbase/core/mdx_tags.h"
 #include "support/tables.h"
 #include "support/temp_dir.h"
 
@@ -66,6 +70,7 @@ TEST_F(TDataSourceTest, RefreshesOnFilterAndFollowsTheCursor) {
 
 TEST_F(TDataSourceTest, StaysSilentWhileControlsAreDisabled) {
   table.Open();
+  ASSERT_EQ(source.rowCount(), 4);  // a grid asks after every reset
   QSignalSpy reset(&source, &QAbstractItemModel::modelReset);
   table.DisableControls();
   table.SetFilter("COD_PROV=08");
@@ -91,4 +96,22 @@ TEST_F(TDataSourceTest, AGridShowsTheRows) {
   table.Post();
   EXPECT_EQ(view.model()->rowCount(), 5);
   EXPECT_EQ(view.model()->data(view.model()->index(0, 0)).toString(), "ALCALA DE HENARES");
+}
+
+TEST_F(TDataSourceTest, ATableNoViewShowsMovesWithoutItsIndexTagRanked) {
+  auto file = dbase::DbfFile::open(dir.file("MUNICIPI.DBF"));
+  dbase::rebuildProductionIndex(*file, {{"NOMBRE", "NOMBRE", "", false, false}});
+  table.Open();
+  dbase::MdxTag* tag = dbase::MdxTags::of(*file).tag("NOMBRE");
+  ASSERT_NE(tag, nullptr);
+  table.First();
+  table.Next();
+  ASSERT_TRUE(table.FindKey({"GETAFE"}));
+  EXPECT_EQ(tag->memoryBytes(), 0u);  // nothing asked where the row stands among the others
+  // A view that follows the cursor gets its row.
+  QSignalSpy current(&source, &TDataSource::currentRowChanged);
+  table.Last();
+  ASSERT_EQ(current.count(), 1);
+  EXPECT_EQ(current.back().front().toInt(), 3);
+  EXPECT_EQ(source.CurrentRow(), 3);
 }
