@@ -97,6 +97,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         });
         total += file->lowerBound(t, middle, bytewise).has_value();
         total += file->lowerBound(t, "", bytewise).has_value();
+        // Step by step, both ways, as a cursor walks the tree.
+        dbase::MdxFile::Walk walk(*file, t);
+        for (int steps = 0, on = walk.last(); on && steps < 4096; on = walk.prior(), ++steps) total += walk.recno();
+        if (walk.seek(middle, bytewise))
+          for (int steps = 0, on = 1; on && steps < 64; on = steps % 2 ? walk.next() : walk.prior(), ++steps)
+            total += walk.key().size();
       } catch (const dbase::Error&) {
         // One bad tag does not spoil the others.
       }

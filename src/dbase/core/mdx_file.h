@@ -135,6 +135,7 @@ class MdxFile {
     size_t depth_ = 0;
     int leafDepth_ = -1;
     size_t blocksRead_ = 0;
+    uint64_t enteredInMove_ = 0;  // nodes entered by the move under way
     std::unique_ptr<Window[]> windows_;
     uint64_t clock_ = 0;
   };

@@ -336,7 +336,9 @@ bool MdxTag::findRow(TreeRead& read, MdxFile::Walk& walk, uint32_t recno) {
 
 uint32_t MdxTag::stepToShown(TreeRead& read, MdxFile::Walk& walk, bool forward) {
   for (;;) {
-    if (!walk.stepStaysInLeaf(forward) && !read.ready()) return kLost;
+    // Past many rows the view does not show, ranking pays (and a damaged
+    // tree that goes round in circles is caught by the whole walk).
+    if (!walk.stepStaysInLeaf(forward) && (!read.ready() || !unranked())) return kLost;
     if (!(forward ? walk.next() : walk.prior())) return 0;
     if (shows(walk.recno())) return walk.recno();
   }

@@ -84,6 +84,10 @@ void MdxFile::Walk::enter(uint32_t page) {
     seen_[page] = true;
   }
   if (again) fail("la página " + std::to_string(page) + " se alcanza dos veces (un bucle entre páginas)");
+  // A sound tree holds fewer nodes than the file has pages: one move that
+  // enters more goes round nodes that share their children.
+  if (++enteredInMove_ > file_.fileSize_ / kPageBytes)
+    fail("un paso recorre más nodos de los que caben en el fichero (nodos con hijos en común)");
   if (depth_ >= kMaxDepth) fail("el árbol tiene más de " + std::to_string(kMaxDepth) + " niveles");
   if (frames_.size() == depth_) frames_.emplace_back();
   Frame& frame = frames_[depth_];  // its block's memory serves again
@@ -175,6 +179,7 @@ bool MdxFile::Walk::settle(bool forward) {
 }
 
 bool MdxFile::Walk::first() {
+  enteredInMove_ = 0;
   depth_ = 0;
   enter(tag_.rootPage);
   downEdge(false);
@@ -182,6 +187,7 @@ bool MdxFile::Walk::first() {
 }
 
 bool MdxFile::Walk::last() {
+  enteredInMove_ = 0;
   depth_ = 0;
   enter(tag_.rootPage);
   downEdge(true);
@@ -195,6 +201,7 @@ bool MdxFile::Walk::stepStaysInLeaf(bool forward) const {
 }
 
 bool MdxFile::Walk::next() {
+  enteredInMove_ = 0;
   if (!onEntry()) return false;
   Frame& leaf = frames_[depth_ - 1];
   if (leaf.at + 1 < leaf.n) {
@@ -206,6 +213,7 @@ bool MdxFile::Walk::next() {
 }
 
 bool MdxFile::Walk::prior() {
+  enteredInMove_ = 0;
   if (!onEntry()) return false;
   Frame& leaf = frames_[depth_ - 1];
   if (leaf.at > 0) {
@@ -217,6 +225,7 @@ bool MdxFile::Walk::prior() {
 }
 
 bool MdxFile::Walk::seek(std::string_view search, const KeyCompare& compare) {
+  enteredInMove_ = 0;
   depth_ = 0;
   enter(tag_.rootPage);
   // The first key at or after the one sought, by halves: in an interior node
