@@ -472,44 +472,42 @@ void Cursor::rank() {
   positionGeneration_ = 0;
 }
 
-void Cursor::first() {
-  file_->syncWithDisk();
-  if (moveUnranked([&] { return tag_->edgeRow(false); })) {
-    bof_ = true;
-    return;
+// A step of a cursor standing unranked; false when it must rank to take it.
+bool Cursor::stepUnranked(bool forward) {
+  if (!unranked_ || !stillUnranked()) return false;
+  if (recno_ == 0) return true;  // an empty view
+  const uint32_t found = tag_->rowBeside(recno_, forward);
+  if (found == Tag::kLost) {
+    rank();
+    return false;
   }
-  if (unranked_) rank();
-  revalidate();
-  if (viewSize() == 0) return;
-  moveTo(0);
-  bof_ = true;
+  if (found == 0) {
+    (forward ? eof_ : bof_) = true;  // the cursor stays on the row at the edge
+  } else {
+    recno_ = found;
+    eof_ = bof_ = false;
+  }
+  return true;
 }
 
-void Cursor::last() {
+void Cursor::toEdge(bool last) {
   file_->syncWithDisk();
-  if (moveUnranked([&] { return tag_->edgeRow(true); })) {
-    eof_ = true;
-    return;
+  if (!moveUnranked([&] { return tag_->edgeRow(last); })) {
+    if (unranked_) rank();
+    revalidate();
+    const size_t size = viewSize();
+    if (size == 0) return;
+    moveTo(last ? size - 1 : 0);
   }
-  if (unranked_) rank();
-  revalidate();
-  const size_t size = viewSize();
-  if (size == 0) return;
-  moveTo(size - 1);
-  eof_ = true;
+  (last ? eof_ : bof_) = true;
 }
+
+void Cursor::first() { toEdge(false); }
+
+void Cursor::last() { toEdge(true); }
 
 void Cursor::next() {
-  if (unranked_ && stillUnranked()) {
-    if (recno_ == 0) return;
-    const uint32_t found = tag_->rowBeside(recno_, true);
-    if (found != Tag::kLost) {
-      if (found == 0) eof_ = true;  // the cursor stays on the last row
-      else recno_ = found, eof_ = bof_ = false;
-      return;
-    }
-    rank();
-  }
+  if (stepUnranked(true)) return;
   revalidate();
   const size_t size = viewSize();
   if (size == 0) return;
@@ -520,16 +518,7 @@ void Cursor::next() {
 }
 
 void Cursor::prior() {
-  if (unranked_ && stillUnranked()) {
-    if (recno_ == 0) return;
-    const uint32_t found = tag_->rowBeside(recno_, false);
-    if (found != Tag::kLost) {
-      if (found == 0) bof_ = true;
-      else recno_ = found, eof_ = bof_ = false;
-      return;
-    }
-    rank();
-  }
+  if (stepUnranked(false)) return;
   revalidate();
   if (viewSize() == 0) return;
   if (index_ > 0)

@@ -85,6 +85,9 @@ class Cursor {
   template <class Ask>
   bool moveUnranked(Ask&& ask);
   void standUnranked(uint32_t recno);  // 0: the view is empty
+  bool stepUnranked(bool forward);
+  // first() or last().
+  void toEdge(bool last);
   // Whether the cursor still stands unranked on its row; otherwise it ranks.
   bool stillUnranked();
   void rank();
