@@ -28,10 +28,12 @@ void appendOrderedDouble(double v, std::string& out) {
   for (int shift = 56; shift >= 0; shift -= 8) out.push_back(char(uint8_t(bits >> shift)));
 }
 
-// Blocks the walks of a tag may read before it loads instead: a few hundred
-// searches, or a walk through a few hundred leaves, after which ranking every
-// row (a walk of the whole tag, read in large pieces) is the cheaper way on.
-constexpr size_t kTreeBlocksBeforeLoading = 512;
+// Blocks the walks of a tag may read before it loads instead: some thirty
+// searches, or a walk through a hundred leaves (a few screens of a grid).
+// Each block read from the tree costs a system call or two and the lock;
+// past that, ranking every row (a walk of the whole tag, read in large
+// pieces) and searching in memory is the cheaper way on.
+constexpr size_t kTreeBlocksBeforeLoading = 128;
 // Walks kept at once: one for each cursor lately served.
 constexpr size_t kWalksKept = 4;
 
