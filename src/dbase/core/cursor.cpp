@@ -437,9 +437,32 @@ void Cursor::refresh() {
   revalidate();
 }
 
+// The physical order serves unranked as well: rows by number, deleted ones
+// skipped as they are met. Ranking it means knowing every deleted row, which
+// means reading every row of the table.
+bool Cursor::unrankedOrder() { return !filter_ && (!tag_ || tag_->unranked()); }
+
+bool Cursor::showsUnranked(uint32_t recno) {
+  if (tag_) return tag_->showsRow(recno);
+  return recno != 0 && recno <= file_->recordCount() && !file_->isDeleted(recno);
+}
+
+uint32_t Cursor::besideUnranked(uint32_t recno, bool after) {
+  if (tag_) return tag_->rowBeside(recno, after);
+  const uint32_t count = file_->recordCount();
+  for (uint32_t r = after ? recno + 1 : recno - 1; r >= 1 && r <= count; r += after ? 1 : -1)
+    if (!file_->isDeleted(r)) return r;
+  return 0;
+}
+
+uint32_t Cursor::edgeUnranked(bool last) {
+  if (tag_) return tag_->edgeRow(last);
+  return besideUnranked(last ? file_->recordCount() + 1 : 0, !last);
+}
+
 template <class Ask>
 bool Cursor::moveUnranked(Ask&& ask) {
-  if (!tag_ || filter_ || !tag_->unranked()) return false;
+  if (!unrankedOrder()) return false;
   const uint32_t recno = ask();
   if (recno == Tag::kLost) return false;
   standUnranked(recno);
@@ -455,9 +478,9 @@ void Cursor::standUnranked(uint32_t recno) {
 }
 
 bool Cursor::stillUnranked() {
-  if (rowGeneration_ == file_->generation() && tag_->unranked()) return true;
-  // The file changed: the row stays while the tag shows it.
-  if (tag_->unranked() && recno_ != 0 && tag_->showsRow(recno_)) {
+  if (rowGeneration_ == file_->generation() && unrankedOrder()) return true;
+  // The file changed: the row stays while the order shows it.
+  if (unrankedOrder() && recno_ != 0 && showsUnranked(recno_)) {
     rowGeneration_ = file_->generation();
     return true;
   }
@@ -476,7 +499,7 @@ void Cursor::rank() {
 bool Cursor::stepUnranked(bool forward) {
   if (!unranked_ || !stillUnranked()) return false;
   if (recno_ == 0) return true;  // an empty view
-  const uint32_t found = tag_->rowBeside(recno_, forward);
+  const uint32_t found = besideUnranked(recno_, forward);
   if (found == Tag::kLost) {
     rank();
     return false;
@@ -492,7 +515,7 @@ bool Cursor::stepUnranked(bool forward) {
 
 void Cursor::toEdge(bool last) {
   file_->syncWithDisk();
-  if (!moveUnranked([&] { return tag_->edgeRow(last); })) {
+  if (!moveUnranked([&] { return edgeUnranked(last); })) {
     if (unranked_) rank();
     revalidate();
     const size_t size = viewSize();
@@ -562,7 +585,7 @@ uint32_t Cursor::recnoAt(size_t index) {
 
 bool Cursor::gotoRecno(uint32_t recno) {
   if (unranked_ && stillUnranked()) {
-    if (recno == 0 || recno > file_->recordCount() || !tag_->showsRow(recno)) return false;
+    if (!showsUnranked(recno)) return false;
     recno_ = recno;
     eof_ = bof_ = false;
     return true;

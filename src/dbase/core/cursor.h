@@ -15,11 +15,13 @@
 // from a bitmap of the rows that pass, which outlives changes of order: a
 // change of order re-tests no row, and counting a view builds nothing.
 //
-// On a tag that can serve before ranking its rows (Tag::unranked: an index
-// file's tag, until it loads), with no filter, the cursor moves without a
-// view: first, last, next, prior and seek ask the tag for the row beside the
-// one it stands on. Asking for a position, a count or a row by its place in
-// the view ranks: the view is built and the row found in it.
+// In physical order, or on a tag that can serve before ranking its rows
+// (Tag::unranked: an index file's tag, until it loads), with no filter, the
+// cursor moves without a view: first, last, next, prior and seek ask for the
+// row beside the one it stands on, deleted rows skipped as they are met.
+// Asking for a position, a count or a row by its place in the view ranks:
+// the view is built and the row found in it (in physical order that means
+// knowing every deleted row, so reading every row).
 #pragma once
 
 #include <cstdint>
@@ -82,6 +84,10 @@ class Cursor {
   void useOrder(Tag* tag, const std::vector<int>& fields);
   // Moves to the row a tag serving unranked answers; false (nothing moved)
   // when the order cannot serve so now.
+  bool unrankedOrder();
+  bool showsUnranked(uint32_t recno);
+  uint32_t besideUnranked(uint32_t recno, bool after);
+  uint32_t edgeUnranked(bool last);
   template <class Ask>
   bool moveUnranked(Ask&& ask);
   void standUnranked(uint32_t recno);  // 0: the view is empty
