@@ -198,6 +198,8 @@ void DbfFile::Bytes::resize(size_t size) {
   size_ = size;
 }
 
+size_t DbfFile::Bytes::pageBytes() const { return mapped_ ? kMapStep : size_t(4096); }
+
 void DbfFile::Bytes::discard() {
   if (mapped_) madvise(data_, capacity_, MADV_DONTNEED);  // mapped pages come back cleared when touched
 }
@@ -1020,8 +1022,17 @@ void DbfFile::syncWithDisk() {
 size_t DbfFile::memoryBytes() const {
   size_t bytes = sizeof *this + header_.capacity() + blockSlots_ * sizeof blockRead_[0];
   {
-    std::lock_guard<std::mutex> guard(readMutex_);  // the rows read; the buffer's other pages were never touched
-    bytes += std::min(blocksRead_ * rowsPerBlock_ * size_t(recordLength_), rows_.size());
+    // The pages the blocks read fall in; the buffer's others were never touched.
+    std::lock_guard<std::mutex> guard(readMutex_);
+    const size_t page = rows_.pageBytes();
+    size_t pages = 0, last = SIZE_MAX;
+    for (size_t b = 0; b < blocks_; ++b) {
+      if (!blockRead_[b].load(std::memory_order_relaxed)) continue;
+      const size_t first = blockStart(b) / page, end = (blockEnd(b) - 1) / page;
+      pages += end - first + 1 - (first == last);  // a page shared with the block before counts once
+      last = end;
+    }
+    bytes += std::min(pages * page, rows_.capacity());
   }
   for (const auto& l : listeners_) bytes += l->memoryBytes();
   return bytes;

@@ -171,6 +171,7 @@ class DbfFile {
     void resize(size_t size);  // new bytes undefined
     void append(const char* bytes, size_t size);
     void discard();  // hands the memory back, keeping the size; bytes undefined
+    size_t pageBytes() const;  // what touching a byte brings into memory, about
 
    private:
     void reserve(size_t size);
