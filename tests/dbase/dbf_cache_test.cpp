@@ -57,6 +57,22 @@ class DbfCacheTest : public ::testing::Test {
     const std::string bytes = readFile(path);
     return size_t(uint8_t(bytes[8])) | size_t(uint8_t(bytes[9])) << 8;
   }
+  // Empties the cache: the next open reads the file.
+  static void forgetClosedTables() {
+    const uint64_t limit = DbfFile::cacheLimit();
+    DbfFile::setCacheLimit(0);
+    DbfFile::setCacheLimit(limit);
+  }
+  // Kept with the file, in the cache too: tells a file served from the cache
+  // from one read anew.
+  struct Mark : RowListener {
+    explicit Mark(DbfFile&) {}
+    void rowsAppended(uint32_t, uint32_t) override {}
+    void rowChanged(uint32_t, const char*) override {}
+    void rowsReloaded() override {}
+    size_t memoryBytes() const override { return 0; }
+    bool set = false;
+  };
 
   TempDir dir;
   uint64_t saved = 0;
@@ -105,6 +121,34 @@ TEST_F(DbfCacheTest, TableChangedInPlaceByAnotherProgramIsReadAgain) {
   auto again = DbfFile::open(path);
   EXPECT_FALSE(nameTag(*again).built());
   EXPECT_EQ(first(*again), "BALLE 0");
+}
+
+TEST_F(DbfCacheTest, TableWhoseReadRowsAreUnchangedIsReusedThoughTheRestWasNeverRead) {
+  const std::string path = table("T.DBF", 20000);  // several blocks of rows
+  forgetClosedTables();
+  writeFile(path, readFile(path));  // just written: the bytes read are compared, not the times
+  {
+    auto file = DbfFile::open(path);
+    EXPECT_EQ(fieldText(file->fields()[0], file->record(1), file->codePage()), "CALLE 0");
+    file->listener<Mark>().set = true;
+  }
+  auto again = DbfFile::open(path);
+  EXPECT_TRUE(again->listener<Mark>().set);
+  EXPECT_EQ(fieldText(again->fields()[0], again->record(20000), again->codePage()), "CALLE 963");
+}
+
+TEST_F(DbfCacheTest, RowChangedOnDiskAfterItWasReadIsNotServedFromTheCache) {
+  const std::string path = table("T.DBF", 20000);
+  forgetClosedTables();
+  {
+    auto file = DbfFile::open(path);
+    EXPECT_EQ(fieldText(file->fields()[0], file->record(1), file->codePage()), "CALLE 0");
+    file->listener<Mark>().set = true;
+  }
+  patch(path, firstRowOffset(path) + 1, 'B');
+  auto again = DbfFile::open(path);
+  EXPECT_FALSE(again->listener<Mark>().set);
+  EXPECT_EQ(fieldText(again->fields()[0], again->record(1), again->codePage()), "BALLE 0");
 }
 
 TEST_F(DbfCacheTest, OldTableChangedInPlaceIsNoticedByItsTimes) {

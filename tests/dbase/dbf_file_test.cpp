@@ -4,7 +4,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <filesystem>
+#include <thread>
 
 #include "dbase/core/codepage.h"
 #include "dbase/core/dbf_file.h"
@@ -276,29 +278,180 @@ TEST(DbfFile, ReadOnlyFileOpensAndRefusesWrites) {
   expectError(ErrorKind::Io, "sólo lectura", [&] { file->append(file->blankRecord()); });
 }
 
-TEST(DbfFile, LargeTableIsReadWholeWithItsDeletedRowsCounted) {
-  // Over 16 MB of rows: read in two halves at once.
-  const uint64_t savedLimit = DbfFile::cacheLimit();
-  DbfFile::setCacheLimit(0);  // the second open reads the file
-  TempDir dir;
-  constexpr uint32_t kRows = 90001;
-  {
-    auto file = makeTable(dir.path(), "T.DBF", {charField("N", 10), charField("RELLENO", 190)}, {});
-    std::string rows;
-    for (uint32_t i = 1; i <= kRows; ++i) {
-      std::string record = file->blankRecord();
-      setFieldText(file->field("N"), record.data(), std::to_string(i), file->codePage(), "T");
-      if (i % 7 == 0) record[0] = '*';
-      rows += record;
-    }
-    file->appendMany(rows);
+// ---- rows read when first asked for ------------------------------------------
+
+namespace {
+
+// Tables of numbered rows (field N holds the row's number, every seventh row
+// is deleted), opened afresh from the file each time: the cache is off.
+class DbfFileRows : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    savedLimit = DbfFile::cacheLimit();
+    DbfFile::setCacheLimit(0);
   }
-  auto file = DbfFile::open(dir.file("T.DBF"));
+  void TearDown() override { DbfFile::setCacheLimit(savedLimit); }
+
+  // Rows of 201 bytes: a block read from the file holds some hundreds.
+  std::string numberedTable(uint32_t rows) {
+    auto file = makeTable(dir.path(), "T.DBF", {charField("N", 10), charField("RELLENO", 190)}, {});
+    std::string all;
+    for (uint32_t i = 1; i <= rows; ++i) all += numberedRow(*file, std::to_string(i), i % 7 == 0);
+    file->appendMany(all);
+    return dir.file("T.DBF");
+  }
+  static std::string numberedRow(const DbfFile& file, const std::string& n, bool deleted = false) {
+    std::string record = file.blankRecord();
+    setFieldText(file.field("N"), record.data(), n, file.codePage(), "T");
+    if (deleted) record[0] = '*';
+    return record;
+  }
+  // Another program rewrites rows in place, from row recno on.
+  static void writeRowsOnDisk(const std::string& path, const DbfFile& file, uint32_t recno, const std::string& records) {
+    const int fd = ::open(path.c_str(), O_RDWR);
+    ASSERT_GE(fd, 0);
+    unsigned char headerLength[2];
+    ASSERT_EQ(pread(fd, headerLength, 2, 8), 2);
+    const off_t at = off_t(getU16(headerLength)) + off_t(recno - 1) * file.recordLength();
+    EXPECT_EQ(pwrite(fd, records.data(), records.size(), at), ssize_t(records.size()));
+    ::close(fd);
+  }
+
+  TempDir dir;
+  uint64_t savedLimit = 0;
+};
+
+}  // namespace
+
+TEST_F(DbfFileRows, LargeTableIsReadWholeWithItsDeletedRowsCounted) {
+  constexpr uint32_t kRows = 90001;  // over 16 MB of rows: read in two halves at once
+  const std::string path = numberedTable(kRows);
+  auto file = DbfFile::open(path);
   ASSERT_EQ(file->recordCount(), kRows);
   EXPECT_EQ(file->deletedCount(), kRows / 7);
   for (uint32_t r : {1u, kRows / 2, kRows / 2 + 1, kRows - 1, kRows}) {
     EXPECT_EQ(text(*file, r, "N"), std::to_string(r));
     EXPECT_EQ(file->isDeleted(r), r % 7 == 0);
   }
-  DbfFile::setCacheLimit(savedLimit);
+}
+
+TEST_F(DbfFileRows, OpeningATableReadsNoneOfItsRows) {
+  constexpr uint32_t kRows = 5000;
+  const std::string path = numberedTable(kRows);
+  auto file = DbfFile::open(path);
+  EXPECT_LT(file->memoryBytes(), size_t(kRows) * file->recordLength() / 4);
+  // Every row changed on disk after the open: what is read is the new rows.
+  std::string changed;
+  for (uint32_t r = 1; r <= kRows; ++r) changed += numberedRow(*file, "X" + std::to_string(r));
+  writeRowsOnDisk(path, *file, 1, changed);
+  for (uint32_t r = 1; r <= kRows; ++r) ASSERT_EQ(text(*file, r, "N"), "X" + std::to_string(r)) << r;
+  EXPECT_GE(file->memoryBytes(), size_t(kRows) * file->recordLength());
+}
+
+TEST_F(DbfFileRows, RowChangedOnDiskBeforeItWasFirstReadIsReadAsItIsNow) {
+  constexpr uint32_t kRows = 5000;
+  const std::string path = numberedTable(kRows);
+  auto file = DbfFile::open(path);
+  EXPECT_EQ(text(*file, 1, "N"), "1");
+  writeRowsOnDisk(path, *file, 2, numberedRow(*file, "DOS"));
+  writeRowsOnDisk(path, *file, kRows, numberedRow(*file, "ULTIMA"));
+  EXPECT_EQ(text(*file, kRows, "N"), "ULTIMA");
+  // Row 2 was read with row 1: it stays as read until the change is noticed.
+  EXPECT_EQ(text(*file, 2, "N"), "2");
+}
+
+TEST_F(DbfFileRows, ChangeNoticedOnDiskIsReadAgainWhenTheRowsAreNextAskedFor) {
+  constexpr uint32_t kRows = 5000;
+  const std::string path = numberedTable(kRows);
+  auto file = DbfFile::open(path);
+  for (uint32_t r = 1; r <= kRows; ++r) file->record(r);
+  const uint64_t generation = file->generation(), rewrites = file->rewriteGeneration();
+  // Another program rewrites row 2 and appends a row.
+  writeRowsOnDisk(path, *file, 2, numberedRow(*file, "DOS"));
+  std::string bytes = readFile(path);
+  bytes.pop_back();  // end marker
+  bytes += numberedRow(*file, "NUEVA");
+  bytes.push_back(0x1A);
+  putU32(reinterpret_cast<unsigned char*>(bytes.data()) + 4, kRows + 1);
+  writeFile(path, bytes);
+  file->syncWithDisk();
+  EXPECT_GT(file->generation(), generation);
+  EXPECT_GT(file->rewriteGeneration(), rewrites);
+  ASSERT_EQ(file->recordCount(), kRows + 1);
+  EXPECT_LT(file->memoryBytes(), size_t(kRows) * file->recordLength() / 4);  // nothing read again yet
+  EXPECT_EQ(text(*file, 2, "N"), "DOS");
+  EXPECT_EQ(text(*file, kRows + 1, "N"), "NUEVA");
+  EXPECT_EQ(file->deletedCount(), kRows / 7);
+}
+
+TEST_F(DbfFileRows, FileShortenedAfterTheOpenFailsWhenAMissingRowIsRead) {
+  constexpr uint32_t kRows = 15000, kLeft = 10000;  // megabytes of rows
+  const std::string path = numberedTable(kRows);
+  auto file = DbfFile::open(path);
+  // Another program cuts the file short.
+  const size_t headerLength = getU16(reinterpret_cast<const unsigned char*>(readFile(path).data()) + 8);
+  ASSERT_EQ(truncate(path.c_str(), off_t(headerLength + kLeft * file->recordLength())), 0);
+  // A walk from the first row, which reads on ahead, still gets the rows left.
+  for (uint32_t r = 1; r <= kLeft * 3 / 4; ++r) ASSERT_EQ(text(*file, r, "N"), std::to_string(r)) << r;
+  expectError(ErrorKind::Io, "no se pueden leer los registros", [&] { file->record(kRows); });
+  expectError(ErrorKind::Io, "acortado", [&] { file->record(kRows); });  // still not handed out
+  expectError(ErrorKind::Io, "no se pueden leer los registros", [&] { file->deletedCount(); });
+  // Once the cut is noticed, the rows left are read as the file has them.
+  file->syncWithDisk();
+  EXPECT_EQ(file->recordCount(), kLeft);
+  EXPECT_EQ(text(*file, kLeft, "N"), std::to_string(kLeft));
+}
+
+TEST_F(DbfFileRows, DeletedCountIsRightWhenWorkedOutLateAndAfterWrites) {
+  constexpr uint32_t kRows = 5000;
+  const std::string path = numberedTable(kRows);
+  auto file = DbfFile::open(path);
+  // Before it is worked out: a live row deleted, a deleted one recalled, two
+  // rows appended, one of them deleted.
+  file->update(1, numberedRow(*file, "1", true));
+  file->update(7, numberedRow(*file, "7", false));
+  file->appendMany(numberedRow(*file, "A", true) + numberedRow(*file, "B"));
+  EXPECT_EQ(file->deletedCount(), kRows / 7 + 1);
+  // And once it is known, kept up to date.
+  file->update(kRows, numberedRow(*file, "Z", true));
+  file->append(numberedRow(*file, "C", true));
+  file->update(1, numberedRow(*file, "1", false));
+  EXPECT_EQ(file->deletedCount(), kRows / 7 + 2);
+  file.reset();
+  EXPECT_EQ(DbfFile::open(path)->deletedCount(), kRows / 7 + 2);  // as the file has them
+}
+
+TEST_F(DbfFileRows, AppendIntoTheLastBlockKeepsItsRowsWhetherItWasReadOrNot) {
+  constexpr uint32_t kRows = 5000;  // the last block is partly filled
+  const std::string path = numberedTable(kRows);
+  for (const bool readFirst : {false, true}) {
+    auto file = DbfFile::open(path);
+    const uint32_t count = file->recordCount();
+    if (readFirst) file->record(count);
+    std::string rows;
+    for (uint32_t i = 1; i <= 1000; ++i) rows += numberedRow(*file, std::to_string(count + i));
+    file->appendMany(rows);
+    for (uint32_t r = count - 700; r <= count + 1000; ++r) ASSERT_EQ(text(*file, r, "N"), std::to_string(r)) << r;
+  }
+}
+
+TEST_F(DbfFileRows, SeveralThreadsReadingRowsOfAFreshlyOpenedFileSeeTheRightBytes) {
+  constexpr uint32_t kRows = 20000;
+  const std::string path = numberedTable(kRows);
+  auto file = DbfFile::open(path);
+  std::atomic<int> wrong{0};
+  std::vector<std::thread> readers;
+  for (uint32_t t = 0; t < 4; ++t)
+    readers.emplace_back([&, t] {
+      // Each its own order, so that they meet on blocks being read.
+      for (uint32_t i = 0; i < kRows; ++i) {
+        const uint32_t r = t % 2 ? kRows - (i * 7 + t) % kRows : 1 + (i * 13 + t) % kRows;
+        if (text(*file, r, "N") != std::to_string(r) || file->isDeleted(r) != (r % 7 == 0)) ++wrong;
+      }
+    });
+  readers.emplace_back([&] {
+    if (file->deletedCount() != kRows / 7) ++wrong;  // reads every row at once meanwhile
+  });
+  for (auto& reader : readers) reader.join();
+  EXPECT_EQ(wrong.load(), 0);
 }

@@ -47,6 +47,18 @@ constexpr size_t kMaxCachedFiles = 64;
 constexpr size_t kMapThreshold = size_t(1) << 20;
 constexpr size_t kMapStep = size_t(2) << 20;
 
+// Rows are read from the file in blocks of about this many bytes (whole
+// rows), the first time one of a block's rows is asked for; reading them
+// all goes a run of unread blocks of up to kReadRunBytes at a time, and in
+// two halves at once above kSplitAbove. Smaller blocks make a search that
+// touches a few rows cheaper; larger ones cost more system calls.
+constexpr size_t kReadBlockBytes = size_t(64) << 10;
+constexpr size_t kReadRunBytes = size_t(1) << 20;
+constexpr size_t kSplitAbove = size_t(16) << 20;
+// Rows asked for one after the other from the first on, past this many
+// bytes, are taken for a walk to the last one: the rest is read at once.
+constexpr size_t kWalkBytes = size_t(1) << 20;
+
 std::string baseName(const std::string& path) {
   auto slash = path.find_last_of('/');
   return slash == std::string::npos ? path : path.substr(slash + 1);
@@ -184,6 +196,12 @@ void DbfFile::Bytes::reserve(size_t size) {
 void DbfFile::Bytes::resize(size_t size) {
   reserve(size);
   size_ = size;
+}
+
+size_t DbfFile::Bytes::pageBytes() const { return mapped_ ? kMapStep : size_t(4096); }
+
+void DbfFile::Bytes::discard() {
+  if (mapped_) madvise(data_, capacity_, MADV_DONTNEED);  // mapped pages come back cleared when touched
 }
 
 void DbfFile::Bytes::append(const char* bytes, size_t size) {
@@ -386,22 +404,30 @@ bool DbfFile::reusable() {
   return true;
 }
 
+// The header and the blocks of rows read, against the file at fd.
 bool DbfFile::sameBytesOnDisk(int fd) const {
-  const uint64_t total = header_.size() + rows_.size();
-  std::vector<char> block(std::min<uint64_t>(total, uint64_t(1) << 20));
-  for (uint64_t at = 0; at < total;) {
-    const size_t want = size_t(std::min<uint64_t>(block.size(), total - at));
-    const ssize_t n = pread(fd, block.data(), want, off_t(at));
-    if (n <= 0) return false;
-    for (size_t done = 0; done < size_t(n);) {
-      const uint64_t pos = at + done;
-      const bool inHeader = pos < header_.size();
-      const char* ours = inHeader ? header_.data() + pos : rows_.data() + (pos - header_.size());
-      const size_t run = std::min<size_t>(size_t(n) - done, inHeader ? header_.size() - size_t(pos) : size_t(total - pos));
-      if (std::memcmp(block.data() + done, ours, run) != 0) return false;
-      done += run;
+  std::vector<char> theirs;
+  auto same = [&](uint64_t offset, const char* ours, size_t size) {
+    theirs.resize(std::min<size_t>(size, size_t(1) << 20));
+    for (size_t done = 0; done < size;) {
+      const ssize_t n = pread(fd, theirs.data(), std::min(theirs.size(), size - done), off_t(offset + done));
+      if (n <= 0 || std::memcmp(theirs.data(), ours + done, size_t(n)) != 0) return false;
+      done += size_t(n);
     }
-    at += uint64_t(n);
+    return true;
+  };
+  if (!same(0, header_.data(), header_.size())) return false;
+  std::lock_guard<std::mutex> guard(readMutex_);
+  for (size_t b = 0; b < blocks_;) {
+    if (!blockRead_[b].load(std::memory_order_relaxed)) {
+      ++b;
+      continue;
+    }
+    size_t end = b + 1;
+    while (end < blocks_ && blockRead_[end].load(std::memory_order_relaxed)) ++end;
+    if (!same(headerLength_ + blockStart(b), rows_.data() + blockStart(b), blockEnd(end - 1) - blockStart(b)))
+      return false;
+    b = end;
   }
   return true;
 }
@@ -449,64 +475,205 @@ void DbfFile::load() {
   }
 
   const uint32_t declared = getU32(header.data() + kOffRecordCount);
-  const uint64_t complete = (fileSize - headerLength_) / recordLength_;
+  const uint64_t complete = std::min<uint64_t>((fileSize - headerLength_) / recordLength_, kMaxRecords);
   uint64_t count = std::min<uint64_t>(declared, complete);
-  rows_.resize(size_t(std::min<uint64_t>(complete, kMaxRecords)) * recordLength_);
-  // Read a block at a time and count its deleted rows while it is in the
-  // processor's cache, rather than walking every row again afterwards. A
-  // large table is read in two halves at once: most of the time goes in the
-  // kernel clearing fresh pages and copying into them, which a second core
-  // halves.
-  const uint64_t counted = count;  // rows past the declared count are counted below, if kept
-  const size_t flagsEnd = size_t(counted) * recordLength_;
-  auto readRows = [this, flagsEnd](size_t from, size_t to, uint64_t& deleted) -> int {
-    constexpr size_t kBlock = size_t(1) << 20;
-    size_t flagAt = from;  // from is a row start
-    for (size_t done = from; done < to;) {
-      const ssize_t n = pread(fd_, rows_.data() + done, std::min(kBlock, to - done), off_t(headerLength_ + done));
-      if (n < 0 && errno == EINTR) continue;
-      if (n <= 0) return n < 0 ? errno : EIO;
-      done += size_t(n);
-      for (; flagAt < done && flagAt < flagsEnd; flagAt += recordLength_)
-        deleted += rows_.data()[flagAt] == kDeletedFlag;
-    }
-    return 0;
-  };
-  constexpr size_t kSplitAbove = size_t(16) << 20;
-  uint64_t deleted = 0, deletedUpper = 0;
-  int failure = 0, failureUpper = 0;
-  std::thread upper;
-  size_t middle = rows_.size();
-  if (rows_.size() > kSplitAbove) {
-    middle = rows_.size() / recordLength_ / 2 * recordLength_;
-    try {
-      upper = std::thread([&, middle] { failureUpper = readRows(middle, rows_.size(), deletedUpper); });
-    } catch (const std::system_error&) {
-      middle = rows_.size();  // no thread to be had: all here
-    }
-  }
-  failure = readRows(0, middle, deleted);
-  if (upper.joinable()) upper.join();
-  if (failure || failureUpper) {
-    errno = failure ? failure : failureUpper;
-    throw Error(ErrorKind::Io, name_, systemError("no se pueden leer los registros"));
-  }
-  deleted += deletedUpper;
-  // Whole rows past the declared count were written by a program that stopped
-  // before updating the header: keep them while they look like rows.
-  while (count < complete && count < kMaxRecords &&
-         (rows_.data()[count * recordLength_] == kLiveFlag || rows_.data()[count * recordLength_] == kDeletedFlag))
-    ++count;
+  rowsPerBlock_ = uint32_t(std::max<size_t>(1, kReadBlockBytes / recordLength_));
+  count += rowsPastTheCount(count, complete);
   if (count != declared)
     warnings_.push_back("la cabecera declara " + std::to_string(declared) + " registros y el fichero tiene " +
                         std::to_string(count) + " completos; se leen " + std::to_string(count));
-  rows_.resize(size_t(count) * recordLength_);
   count_ = uint32_t(count);
-  for (uint64_t r = counted; r < count; ++r) deleted += rows_.data()[r * recordLength_] == kDeletedFlag;
-  deleted_ = uint32_t(deleted);
+  rows_.resize(size_t(count) * recordLength_);
+  forgetReadRows();
   disk_ = diskState(st);
   checkedAtNs_ = now;
   ownWritesSinceStat_ = false;
+}
+
+// Whole rows past the declared count were written by a program that stopped
+// before updating the header: they are kept while they look like rows. Only
+// their delete flags are looked at here; the rows are read when asked for.
+uint64_t DbfFile::rowsPastTheCount(uint64_t count, uint64_t complete) {
+  std::vector<char> rows;
+  uint64_t found = 0;
+  for (uint64_t at = count; at < complete;) {
+    const size_t want = size_t(std::min<uint64_t>(complete - at, rowsPerBlock_));
+    rows.resize(want * recordLength_);
+    const off_t offset = off_t(headerLength_ + at * recordLength_);
+    const ssize_t n = pread(fd_, rows.data(), rows.size(), offset);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) throw Error(ErrorKind::Io, name_, systemError("no se pueden leer los registros"));
+    const size_t whole = size_t(n) / recordLength_;
+    for (size_t r = 0; r < whole; ++r, ++found)
+      if (rows[r * recordLength_] != kLiveFlag && rows[r * recordLength_] != kDeletedFlag) return found;
+    if (whole < want) return found;  // shorter than it was a moment ago
+    at += whole;
+  }
+  return found;
+}
+
+// ---- rows read when first asked for ------------------------------------------
+
+// Every block unread, for the count just read.
+void DbfFile::forgetReadRows() {
+  std::lock_guard<std::mutex> guard(readMutex_);
+  if (blocksRead_ > 0) rows_.discard();
+  makeRoomForBlocks();
+  for (size_t b = 0; b < blocks_; ++b) blockRead_[b].store(false, std::memory_order_relaxed);
+  blocksRead_ = 0;
+  leadingRead_ = 0;
+  allRead_.store(blocks_ == 0, std::memory_order_release);
+  deleted_ = 0;
+  deletedKnown_.store(false, std::memory_order_release);
+}
+
+// Rows were appended past the blocks there were: the blocks they start are
+// whole in the buffer. A last block that was not read stays so: read later,
+// its rows old and new come from the file, where the new ones now are.
+void DbfFile::rowsAppendedToBlocks() {
+  std::lock_guard<std::mutex> guard(readMutex_);
+  const size_t first = blocks_;
+  makeRoomForBlocks();
+  for (size_t b = first; b < blocks_; ++b) markRead(b);
+}
+
+// The blocks of count_ rows, the flags of those there were kept. With
+// readMutex_ held.
+void DbfFile::makeRoomForBlocks() {
+  const size_t blocks = (size_t(count_) + rowsPerBlock_ - 1) / rowsPerBlock_;
+  if (blocks > blockSlots_) {
+    const size_t slots = std::max(blocks, blockSlots_ * 2);
+    auto grown = std::make_unique<std::atomic<bool>[]>(slots);
+    for (size_t b = 0; b < blocks_; ++b)
+      grown[b].store(blockRead_[b].load(std::memory_order_relaxed), std::memory_order_relaxed);
+    blockRead_ = std::move(grown);
+    blockSlots_ = slots;
+  }
+  blocks_ = blocks;
+}
+
+// With readMutex_ held.
+void DbfFile::markRead(size_t block) const {
+  blockRead_[block].store(true, std::memory_order_release);
+  if (++blocksRead_ == blocks_) allRead_.store(true, std::memory_order_release);
+  while (leadingRead_ < blocks_ && blockRead_[leadingRead_].load(std::memory_order_relaxed)) ++leadingRead_;
+}
+
+void DbfFile::readBlockOf(uint32_t recno) const {
+  const size_t block = (recno - 1) / rowsPerBlock_;
+  if (block >= blocks_ || blockRead_[block].load(std::memory_order_acquire)) return;
+  std::lock_guard<std::mutex> guard(readMutex_);
+  if (blockRead_[block].load(std::memory_order_relaxed)) return;  // another thread read it meanwhile
+  // A walk from the first row on most likely goes on to the last: read the
+  // rest at once, the way that costs least.
+  if (block == leadingRead_ && blockStart(block) >= kWalkBytes) {
+    (void)readUnreadBlocks();  // rows further on that cannot be read fail when the walk gets there
+    if (blockRead_[block].load(std::memory_order_relaxed)) return;
+  }
+  if (const int error = readRowBytes(blockStart(block), blockEnd(block)))
+    rowsUnreadable(blockStart(block), blockEnd(block), error);
+  markRead(block);
+}
+
+// The bytes [from, to) of the rows, from the file into the buffer: 0, or the
+// errno of the failure (ENODATA when the file ends before `to`).
+int DbfFile::readRowBytes(size_t from, size_t to) const {
+  while (from < to) {
+    const ssize_t n = pread(fd_, rows_.data() + from, to - from, off_t(headerLength_ + from));
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return errno;
+    if (n == 0) return ENODATA;
+    from += size_t(n);
+  }
+  return 0;
+}
+
+void DbfFile::rowsUnreadable(size_t from, size_t to, int error) const {
+  const std::string rows = "no se pueden leer los registros " + std::to_string(from / recordLength_ + 1) + " a " +
+                           std::to_string(to / recordLength_);
+  throw Error(ErrorKind::Io, name_,
+              rows + ": " + (error == ENODATA ? "el fichero acaba antes (otro programa lo ha acortado)" : std::strerror(error)));
+}
+
+// Reads the unread blocks of [first, last), a run of them at a time, and
+// counts the deleted rows of every block of the range when `counting`: of a
+// block just read while it is still in the processor's cache. Stops at the
+// first run that cannot be read, telling which in `failed`.
+uint64_t DbfFile::readBlocks(size_t first, size_t last, bool counting, ReadFailure& failed) const {
+  auto deletedIn = [this](size_t from, size_t to) {
+    uint64_t deleted = 0;
+    for (size_t at = from; at < to; at += recordLength_) deleted += rows_.data()[at] == kDeletedFlag;
+    return deleted;
+  };
+  uint64_t deleted = 0;
+  for (size_t b = first; b < last;) {
+    if (blockRead_[b].load(std::memory_order_relaxed)) {
+      if (counting) deleted += deletedIn(blockStart(b), blockEnd(b));
+      ++b;
+      continue;
+    }
+    size_t end = b + 1;  // a run of unread blocks, up to about a megabyte
+    while (end < last && !blockRead_[end].load(std::memory_order_relaxed) &&
+           blockEnd(end) - blockStart(b) <= kReadRunBytes)
+      ++end;
+    const size_t from = blockStart(b), to = blockEnd(end - 1);
+    if (const int error = readRowBytes(from, to)) {
+      failed = {error, from, to};
+      return deleted;
+    }
+    if (counting) deleted += deletedIn(from, to);
+    b = end;
+  }
+  return deleted;
+}
+
+void DbfFile::readAllRows() const {
+  if (allRead_.load(std::memory_order_acquire) && deletedKnown_.load(std::memory_order_acquire)) return;
+  std::lock_guard<std::mutex> guard(readMutex_);
+  if (const ReadFailure failed = readUnreadBlocks(); failed.error) rowsUnreadable(failed.from, failed.to, failed.error);
+}
+
+// With readMutex_ held: every block not read yet, counting the deleted rows
+// on the way if they are not known. What was read before a failure is kept.
+DbfFile::ReadFailure DbfFile::readUnreadBlocks() const {
+  const bool counting = !deletedKnown_.load(std::memory_order_relaxed);
+  if (allRead_.load(std::memory_order_relaxed) && !counting) return {};
+  // A large table is read in two halves at once, split where half the
+  // unread blocks are behind: most of the time goes in the kernel clearing
+  // fresh pages and copying into them, which a second core halves.
+  const size_t unread = blocks_ - blocksRead_;
+  size_t middle = blocks_;
+  if (unread * rowsPerBlock_ * size_t(recordLength_) > kSplitAbove)
+    for (size_t b = 0, seen = 0; b < blocks_; ++b)
+      if (!blockRead_[b].load(std::memory_order_relaxed) && ++seen == unread / 2) {
+        middle = b + 1;
+        break;
+      }
+  ReadFailure failed, failedUpper;
+  uint64_t deletedUpper = 0;
+  std::thread upper;
+  if (middle < blocks_) {
+    try {
+      upper = std::thread([&] { deletedUpper = readBlocks(middle, blocks_, counting, failedUpper); });
+    } catch (const std::system_error&) {
+      middle = blocks_;  // no thread to be had: all here
+    }
+  }
+  const uint64_t deleted = readBlocks(0, middle, counting, failed);
+  if (upper.joinable()) upper.join();
+  auto markReadUpTo = [this](size_t first, size_t last, const ReadFailure& failed) {
+    if (failed.error) last = failed.from / (size_t(rowsPerBlock_) * recordLength_);
+    for (size_t b = first; b < last; ++b)
+      if (!blockRead_[b].load(std::memory_order_relaxed)) markRead(b);
+  };
+  markReadUpTo(0, middle, failed);
+  markReadUpTo(middle, blocks_, failedUpper);
+  if (failed.error || failedUpper.error) return failed.error ? failed : failedUpper;
+  if (counting) {
+    deleted_ = uint32_t(deleted + deletedUpper);
+    deletedKnown_.store(true, std::memory_order_release);
+  }
+  return {};
 }
 
 void DbfFile::parseHeader(const unsigned char* h, size_t available, uint64_t fileSize) {
@@ -716,7 +883,9 @@ uint32_t DbfFile::appendMany(std::string_view records) {
   ownWritesSinceStat_ = true;
   rows_.append(records.data(), records.size());
   count_ += uint32_t(adding);
-  for (uint32_t r = first; r <= count_; ++r) deleted_ += isDeleted(r);
+  rowsAppendedToBlocks();
+  if (deletedKnown_.load(std::memory_order_relaxed))
+    for (size_t at = 0; at < records.size(); at += recordLength_) deleted_ += records[at] == kDeletedFlag;
   writeHeaderCountAndDate();
   disk_.size = headerLength_ + uint64_t(count_) * recordLength_ + 1;
   ++generation_;
@@ -730,14 +899,15 @@ void DbfFile::update(uint32_t recno, std::string_view record) {
   if (recno < 1 || recno > count_) throw Error(ErrorKind::InvalidArgument, name_, "registro inexistente");
   if (record.size() != recordLength_) throw Error(ErrorKind::InvalidArgument, name_, "registro de longitud errónea");
   RecordLock lock(fd_, name_, recno);
+  // The listeners are told what the row held: read before it is overwritten.
+  const std::string old(this->record(recno), recordLength_);
   WriteAnnounced announced(listeners_);
   writeAt(headerLength_ + uint64_t(recno - 1) * recordLength_, record.data(), record.size());
-  std::string old(record.size(), ' ');
-  char* row = rows_.data() + size_t(recno - 1) * recordLength_;
-  std::memcpy(old.data(), row, record.size());
-  deleted_ -= isDeleted(recno);
-  std::memcpy(row, record.data(), record.size());
-  deleted_ += isDeleted(recno);
+  std::memcpy(rows_.data() + size_t(recno - 1) * recordLength_, record.data(), record.size());
+  if (deletedKnown_.load(std::memory_order_relaxed)) {
+    deleted_ -= old[0] == kDeletedFlag;
+    deleted_ += record[0] == kDeletedFlag;
+  }
   writeHeaderDate();
   ++generation_;
   ++rewriteGeneration_;
@@ -850,7 +1020,20 @@ void DbfFile::syncWithDisk() {
 }
 
 size_t DbfFile::memoryBytes() const {
-  size_t bytes = sizeof *this + rows_.capacity() + header_.capacity();
+  size_t bytes = sizeof *this + header_.capacity() + blockSlots_ * sizeof blockRead_[0];
+  {
+    // The pages the blocks read fall in; the buffer's others were never touched.
+    std::lock_guard<std::mutex> guard(readMutex_);
+    const size_t page = rows_.pageBytes();
+    size_t pages = 0, last = SIZE_MAX;
+    for (size_t b = 0; b < blocks_; ++b) {
+      if (!blockRead_[b].load(std::memory_order_relaxed)) continue;
+      const size_t first = blockStart(b) / page, end = (blockEnd(b) - 1) / page;
+      pages += end - first + 1 - (first == last);  // a page shared with the block before counts once
+      last = end;
+    }
+    bytes += std::min(pages * page, rows_.capacity());
+  }
   for (const auto& l : listeners_) bytes += l->memoryBytes();
   return bytes;
 }

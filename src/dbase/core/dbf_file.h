@@ -1,9 +1,13 @@
 // One dBase table file, shared by every cursor of the process that opens it.
 //
-// The rows live in memory (the reference tables are tens of megabytes at
-// most) and every change is written through to the file at once, so cursors
-// over the same file see each other's appends immediately and other programs
-// see whole rows. Invariants:
+// The rows are held in memory, read from the file a block of rows at a time
+// the first time one of the block's rows is asked for: opening reads only the
+// header, and a search through an index file touches a few blocks of a table
+// of tens of megabytes. Whoever looks at every row has them read all at once,
+// which costs less (readAllRows(), deletedCount(), or a walk from the first
+// row that gets past its first megabyte). Every change is written through to
+// the file at once, so cursors over the same file see each other's appends
+// immediately and other programs see whole rows. Invariants:
 //   (1) A row is written whole (with the end-of-file byte after it) before the
 //       header's record count says it exists. A crash between the two leaves a
 //       whole row that the next open counts, or no row at all.
@@ -13,8 +17,14 @@
 //   (3) generation() changes whenever a row changes; rewriteGeneration() only
 //       when rows change in place or the file is re-read, so a view that saw
 //       the same rewriteGeneration only needs to look at appended rows.
+//   (4) A block of rows is handed out only once it was read whole; a block
+//       that cannot be (the file was cut short since) throws, never shows
+//       stale or made-up bytes. Rows of the same file may be read from
+//       several threads at once; writes want the file to themselves.
 // Another process's changes are noticed by syncWithDisk() (file size, times
-// and inode), which cursors call before searches and walks from the start.
+// and inode), which cursors call before searches and walks from the start:
+// it reads the header again and forgets the blocks read, which are read anew
+// when next asked for.
 // Writes take the dBase locks (dbase_locks.h): an append the append lock and
 // the new row's, a rewrite its row's; a write that cannot get its lock in
 // time throws and leaves the file as it was.
@@ -24,12 +34,16 @@
 // (CODPOSTALES_CACHE_MB, 512 by default; 0 keeps nothing), least recently
 // closed out first. Opening it again reuses it only when the file on disk is
 // still the one read: same inode, size and times; when its last change is too
-// recent for the times to tell (they tick coarsely), the bytes are compared.
+// recent for the times to tell (they tick coarsely), the bytes read are
+// compared (rows never read cannot be stale).
 #pragma once
 
+#include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -83,10 +97,21 @@ class DbfFile {
   uint32_t recordLength() const { return recordLength_; }
 
   uint32_t recordCount() const { return count_; }  // deleted rows included
-  uint32_t deletedCount() const { return deleted_; }
-  // recno is 1-based and must be in [1, recordCount()].
-  const char* record(uint32_t recno) const { return rows_.data() + size_t(recno - 1) * recordLength_; }
+  // Worked out the first time it is asked for, which reads every row.
+  uint32_t deletedCount() const {
+    if (!deletedKnown_.load(std::memory_order_acquire)) readAllRows();
+    return deleted_;
+  }
+  // recno is 1-based and must be in [1, recordCount()]. Reads the row's block
+  // the first time; throws dbase::Error when it cannot be read whole.
+  const char* record(uint32_t recno) const {
+    if (!allRead_.load(std::memory_order_acquire)) readBlockOf(recno);
+    return rows_.data() + size_t(recno - 1) * recordLength_;
+  }
   bool isDeleted(uint32_t recno) const { return record(recno)[0] == kDeletedFlag; }
+  // Reads every row not read yet, a large table in two halves at once: for
+  // whoever is about to look at every row, cheaper than block by block.
+  void readAllRows() const;
   const std::vector<std::string>& warnings() const { return warnings_; }
 
   // A live row with every field blank.
@@ -145,6 +170,8 @@ class DbfFile {
     size_t capacity() const { return capacity_; }
     void resize(size_t size);  // new bytes undefined
     void append(const char* bytes, size_t size);
+    void discard();  // hands the memory back, keeping the size; bytes undefined
+    size_t pageBytes() const;  // what touching a byte brings into memory, about
 
    private:
     void reserve(size_t size);
@@ -182,6 +209,25 @@ class DbfFile {
   bool settleForCache();
   bool reusable();
   bool sameBytesOnDisk(int fd) const;
+  // Rows past `count` (up to `complete`) that look whole; see load().
+  uint64_t rowsPastTheCount(uint64_t count, uint64_t complete);
+
+  // The blocks of rows: where they lie, reading them, and keeping count.
+  size_t blockStart(size_t block) const { return block * rowsPerBlock_ * size_t(recordLength_); }
+  size_t blockEnd(size_t block) const { return std::min(blockStart(block + 1), rows_.size()); }
+  void readBlockOf(uint32_t recno) const;
+  int readRowBytes(size_t from, size_t to) const;
+  [[noreturn]] void rowsUnreadable(size_t from, size_t to, int error) const;
+  struct ReadFailure {
+    int error = 0;  // errno
+    size_t from = 0, to = 0;
+  };
+  uint64_t readBlocks(size_t first, size_t last, bool counting, ReadFailure& failed) const;
+  ReadFailure readUnreadBlocks() const;
+  void markRead(size_t block) const;
+  void forgetReadRows();
+  void rowsAppendedToBlocks();
+  void makeRoomForBlocks();
 
   std::string path_;
   std::string name_;
@@ -197,8 +243,20 @@ class DbfFile {
   uint32_t headerLength_ = 0;
   uint32_t recordLength_ = 0;
   uint32_t count_ = 0;
-  uint32_t deleted_ = 0;
-  Bytes rows_;
+  // The rows, filled in a block at a time as they are first asked for. The
+  // flags say which blocks are in; what goes with them changes with
+  // readMutex_ held, or in a write, which has the file to itself.
+  mutable Bytes rows_;
+  uint32_t rowsPerBlock_ = 1;
+  size_t blocks_ = 0;  // of count_ rows
+  std::unique_ptr<std::atomic<bool>[]> blockRead_;  // room for blockSlots_
+  size_t blockSlots_ = 0;
+  mutable size_t blocksRead_ = 0;
+  mutable size_t leadingRead_ = 0;  // blocks read from the first on, without a gap
+  mutable std::atomic<bool> allRead_{true};
+  mutable uint32_t deleted_ = 0;  // once deletedKnown_
+  mutable std::atomic<bool> deletedKnown_{false};
+  mutable std::mutex readMutex_;
   std::string header_;  // as on disk, descriptors included
   std::vector<std::string> warnings_;
   uint64_t generation_ = 1;

@@ -260,6 +260,7 @@ void IndexTag::catchUp() {
 }
 
 void IndexTag::build() {
+  file_.readAllRows();  // every row is looked at: cheaper all at once than block by block
   const uint32_t count = file_.recordCount();
   std::vector<uint32_t> live(count);
   if (file_.deletedCount() == 0) {  // no need to look at every row's flag

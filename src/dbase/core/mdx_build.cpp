@@ -133,6 +133,9 @@ void rebuildProductionIndex(DbfFile& file, const std::vector<TagDefinition>& tag
     if (!names.insert(name).second) throw Error(ErrorKind::InvalidArgument, file.name(), "índice repetido: " + name);
   }
   file.syncWithDisk();
+  // Every tag looks at every row: read them all now, at once, rather than
+  // block by block with the threads waiting on each other's reads.
+  file.readAllRows();
   // The tags are independent: each is built on a thread of its own, as many
   // at once as there are processors.
   std::vector<MdxTagBuild> built(tags.size());

@@ -33,7 +33,7 @@ class RowListener {
   // The last write of a run is done: what the listener kept back from the
   // run's writes is written now. Throws when it cannot be.
   virtual void writeBatchEnded() {}
-  // Every row was read anew from disk: another program changed the file.
+  // Another program changed the file: every row is to be read anew from it.
   virtual void rowsReloaded() = 0;
   // Before the file looks at the disk for other programs' changes: the
   // listener looks at its own files, and returns true when what it serves
