@@ -210,6 +210,7 @@ std::string callejeroDeFilas(size_t filas) {
       auto f = dbase::DbfFile::open(fuente);
       if (f->recordLength() != longitud || f->fields().size() != campos.size() || f->recordCount() == 0) continue;
       const size_t toma = std::min<size_t>(f->recordCount(), filas - tabla->recordCount());
+      f->readAllRows();  // the rows side by side from the first on
       tabla->appendMany(std::string_view(f->record(1), toma * longitud));
     }
     if (tabla->recordCount() != filas)

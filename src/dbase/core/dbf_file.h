@@ -103,7 +103,9 @@ class DbfFile {
     return deleted_;
   }
   // recno is 1-based and must be in [1, recordCount()]. Reads the row's block
-  // the first time; throws dbase::Error when it cannot be read whole.
+  // the first time; throws dbase::Error when it cannot be read whole. The
+  // bytes are that row's: the rows after it lie beside it in memory only
+  // once readAllRows() has read them.
   const char* record(uint32_t recno) const {
     if (!allRead_.load(std::memory_order_acquire)) readBlockOf(recno);
     return rows_.data() + size_t(recno - 1) * recordLength_;
