@@ -12,6 +12,7 @@
 #include "dbase/core/dbf_file.h"
 #include "dbase/core/error.h"
 #include "dbase/core/field_value.h"
+#include "support/cache_limit.h"
 #include "support/tables.h"
 #include "support/temp_dir.h"
 
@@ -286,11 +287,6 @@ namespace {
 // is deleted), opened afresh from the file each time: the cache is off.
 class DbfFileRows : public ::testing::Test {
  protected:
-  void SetUp() override {
-    savedLimit = DbfFile::cacheLimit();
-    DbfFile::setCacheLimit(0);
-  }
-  void TearDown() override { DbfFile::setCacheLimit(savedLimit); }
 
   // Rows of 201 bytes: a block read from the file holds some hundreds.
   std::string numberedTable(uint32_t rows) {
@@ -317,8 +313,8 @@ class DbfFileRows : public ::testing::Test {
     ::close(fd);
   }
 
+  CacheLimit noCache;
   TempDir dir;
-  uint64_t savedLimit = 0;
 };
 
 }  // namespace

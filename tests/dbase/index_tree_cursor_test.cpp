@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <tuple>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,7 @@
 #include "dbase/core/mdx_format.h"
 #include "dbase/core/mdx_tag.h"
 #include "dbase/core/mdx_tags.h"
+#include "support/cache_limit.h"
 #include "support/tables.h"
 #include "support/temp_dir.h"
 
@@ -50,6 +52,17 @@ std::shared_ptr<DbfFile> streets(const TempDir& dir, uint32_t rows, const std::s
 MdxTag& tagOf(DbfFile& file, const char* name) { return *MdxTags::of(file).tag(name); }
 
 void orderBy(Cursor& cursor, MdxTag& tag) { cursor.setOrder(tag, tag.expression().fields()); }
+
+// A street table with its index, and a cursor on its STREET tag.
+struct OnStreets {
+  explicit OnStreets(uint32_t rows) : file(streets(dir, rows)), tag(tagOf(*file, "STREET")), cursor(file) {
+    orderBy(cursor, tag);
+  }
+  TempDir dir;
+  std::shared_ptr<DbfFile> file;
+  MdxTag& tag;
+  Cursor cursor;
+};
 
 // The live rows of a tag in the order the index file stores them.
 std::vector<uint32_t> storedOrder(DbfFile& file, const char* tag) {
@@ -107,11 +120,8 @@ TEST(IndexTreeCursor, WalksBothWaysInTheIndexFilesOrderWithoutLoadingTheTag) {
 }
 
 TEST(IndexTreeCursor, EdgesBehaveAsOnRankedRows) {
-  TempDir dir;
-  auto file = streets(dir, 50);
-  MdxTag& tag = tagOf(*file, "STREET");
-  Cursor cursor(file);
-  orderBy(cursor, tag);
+  OnStreets on(50);
+  auto [file, tag, cursor] = std::tie(on.file, on.tag, on.cursor);
   const std::vector<uint32_t> order = storedOrder(*file, "STREET");
   cursor.first();
   EXPECT_TRUE(cursor.bof());
@@ -156,34 +166,32 @@ TEST(IndexTreeCursor, SearchesAnswerAsTheLoadedTagDoesBeforeAndAfterItLoads) {
     const bool foundInTree = fromTree.seek({province, street}, exact);
     const bool foundInRanks = fromRanks.seek({province, street}, exact);
     ASSERT_EQ(foundInTree, foundInRanks) << province << " " << street << " exact " << exact;
-    if (foundInTree) EXPECT_EQ(fromTree.recno(), fromRanks.recno()) << province << " " << street;
+    if (foundInTree) {
+      EXPECT_EQ(fromTree.recno(), fromRanks.recno()) << province << " " << street;
+    }
     // The row after the one found is the same too.
     fromTree.next();
     fromRanks.next();
     EXPECT_EQ(fromTree.recno(), fromRanks.recno());
-    if (i == 9) EXPECT_FALSE(loaded(treeTag));  // the first searches read a few blocks each
+    if (i == 9) {
+      EXPECT_FALSE(loaded(treeTag));  // the first searches read a few blocks each
+    }
   }
   EXPECT_FALSE(fromTree.seek({"46"}, true));
   EXPECT_TRUE(loaded(treeTag));  // past that, searching in memory pays
 }
 
 TEST(IndexTreeCursor, NearestSearchPastEveryKeyLandsOnTheLastRow) {
-  TempDir dir;
-  auto file = streets(dir, 40);
-  MdxTag& tag = tagOf(*file, "STREET");
-  Cursor cursor(file);
-  orderBy(cursor, tag);
+  OnStreets on(40);
+  auto [file, tag, cursor] = std::tie(on.file, on.tag, on.cursor);
   ASSERT_TRUE(cursor.seek({"99"}, false));
   EXPECT_EQ(cursor.recno(), storedOrder(*file, "STREET").back());
   EXPECT_FALSE(loaded(tag));
 }
 
 TEST(IndexTreeCursor, FailedExactSearchLeavesTheCursorWhereItStood) {
-  TempDir dir;
-  auto file = streets(dir, 40);
-  MdxTag& tag = tagOf(*file, "STREET");
-  Cursor cursor(file);
-  orderBy(cursor, tag);
+  OnStreets on(40);
+  auto [file, tag, cursor] = std::tie(on.file, on.tag, on.cursor);
   cursor.first();
   cursor.next();
   const uint32_t stood = cursor.recno();
@@ -213,16 +221,15 @@ TEST(IndexTreeCursor, DeletedRowsAreSkippedAsTheWalkMeetsThem) {
   const bool found = cursor.seek({fieldText(file->field("PROVINCIA"), file->record(deleted), file->codePage()),
                                   via(*file, deleted)},
                                  true);
-  if (found) EXPECT_NE(cursor.recno(), deleted);
+  if (found) {
+    EXPECT_NE(cursor.recno(), deleted);
+  }
   EXPECT_FALSE(loaded(tag));
 }
 
 TEST(IndexTreeCursor, AskingForAPositionRanksTheRowsAndKeepsTheRow) {
-  TempDir dir;
-  auto file = streets(dir, 200);
-  MdxTag& tag = tagOf(*file, "STREET");
-  Cursor cursor(file);
-  orderBy(cursor, tag);
+  OnStreets on(200);
+  auto [file, tag, cursor] = std::tie(on.file, on.tag, on.cursor);
   const std::vector<uint32_t> order = storedOrder(*file, "STREET");
   cursor.first();
   for (int i = 0; i < 37; ++i) cursor.next();
@@ -236,11 +243,8 @@ TEST(IndexTreeCursor, AskingForAPositionRanksTheRowsAndKeepsTheRow) {
 }
 
 TEST(IndexTreeCursor, ALongWalkLoadsTheTagMidwayAndGoesOnInOrder) {
-  TempDir dir;
-  auto file = streets(dir, 25000);
-  MdxTag& tag = tagOf(*file, "STREET");
-  Cursor cursor(file);
-  orderBy(cursor, tag);
+  OnStreets on(25000);
+  auto [file, tag, cursor] = std::tie(on.file, on.tag, on.cursor);
   const std::vector<uint32_t> expected = storedOrder(*file, "STREET");
   cursor.first();
   std::vector<uint32_t> walked;
@@ -255,11 +259,8 @@ TEST(IndexTreeCursor, ALongWalkLoadsTheTagMidwayAndGoesOnInOrder) {
 }
 
 TEST(IndexTreeCursor, ARowAppendedHereIsMetByTheNextStep) {
-  TempDir dir;
-  auto file = streets(dir, 100);
-  MdxTag& tag = tagOf(*file, "STREET");
-  Cursor cursor(file);
-  orderBy(cursor, tag);
+  OnStreets on(100);
+  auto [file, tag, cursor] = std::tie(on.file, on.tag, on.cursor);
   ASSERT_TRUE(cursor.seek({"28", "Mayor"}, false));
   const uint32_t stood = cursor.recno();
   // A street that sorts right after the one stood on.
@@ -374,11 +375,6 @@ namespace {
 // a test reads of its rows starts from nothing.
 class ColdTable : public ::testing::Test {
  protected:
-  void SetUp() override {
-    savedLimit = DbfFile::cacheLimit();
-    DbfFile::setCacheLimit(0);
-  }
-  void TearDown() override { DbfFile::setCacheLimit(savedLimit); }
   // Rows of 203 bytes: NOMBRE, a padding field, every seventh row deleted.
   std::string wideTable(uint32_t rows) {
     auto file = makeTable(dir.path(), "ANCHA.DBF", {charField("NOMBRE", 12), charField("RELLENO", 190)}, {});
@@ -393,8 +389,8 @@ class ColdTable : public ::testing::Test {
     rebuildProductionIndex(*file, {{"NOMBRE", "UPPER(NOMBRE)", "", false, false}});
     return file->path();
   }
+  CacheLimit noCache;
   TempDir dir;
-  uint64_t savedLimit = 0;
 };
 
 }  // namespace

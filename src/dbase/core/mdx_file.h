@@ -90,10 +90,10 @@ class MdxFile {
 
     // Each moves to an entry and says whether there was one; when there is
     // none the walk stands nowhere, and only first(), last() and seek() move it.
-    bool first();
-    bool last();
-    bool next();
-    bool prior();
+    bool first() { return edge(false); }
+    bool last() { return edge(true); }
+    bool next() { return step(true); }
+    bool prior() { return step(false); }
     // To the first entry at or after `search` (as lowerBound()).
     bool seek(std::string_view search, const KeyCompare& compare);
     // Whether next() (or prior()) stays in the leaf held, reading nothing.
@@ -116,6 +116,8 @@ class MdxFile {
     };
     struct Window;
     [[noreturn]] void fail(const std::string& what) const;
+    bool edge(bool lastSide);
+    bool step(bool forward);
     void enter(uint32_t page);
     void readThroughWindow(uint32_t page, unsigned char* into);
     uint32_t pointer(const Frame& f, uint32_t i) const;

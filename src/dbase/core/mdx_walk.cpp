@@ -178,20 +178,12 @@ bool MdxFile::Walk::settle(bool forward) {
   return true;
 }
 
-bool MdxFile::Walk::first() {
+bool MdxFile::Walk::edge(bool lastSide) {
   enteredInMove_ = 0;
   depth_ = 0;
   enter(tag_.rootPage);
-  downEdge(false);
-  return settle(true);
-}
-
-bool MdxFile::Walk::last() {
-  enteredInMove_ = 0;
-  depth_ = 0;
-  enter(tag_.rootPage);
-  downEdge(true);
-  return settle(false);
+  downEdge(lastSide);
+  return settle(!lastSide);
 }
 
 bool MdxFile::Walk::stepStaysInLeaf(bool forward) const {
@@ -200,28 +192,14 @@ bool MdxFile::Walk::stepStaysInLeaf(bool forward) const {
   return forward ? leaf.at + 1 < leaf.n : leaf.at > 0;
 }
 
-bool MdxFile::Walk::next() {
+bool MdxFile::Walk::step(bool forward) {
   enteredInMove_ = 0;
-  if (!onEntry()) return false;
-  Frame& leaf = frames_[depth_ - 1];
-  if (leaf.at + 1 < leaf.n) {
-    ++leaf.at;
+  if (stepStaysInLeaf(forward)) {
+    Frame& leaf = frames_[depth_ - 1];
+    forward ? ++leaf.at : --leaf.at;
     return true;
   }
-  if (!nextLeaf(true)) return false;
-  return settle(true);
-}
-
-bool MdxFile::Walk::prior() {
-  enteredInMove_ = 0;
-  if (!onEntry()) return false;
-  Frame& leaf = frames_[depth_ - 1];
-  if (leaf.at > 0) {
-    --leaf.at;
-    return true;
-  }
-  if (!nextLeaf(false)) return false;
-  return settle(false);
+  return onEntry() && nextLeaf(forward) && settle(forward);
 }
 
 bool MdxFile::Walk::seek(std::string_view search, const KeyCompare& compare) {
