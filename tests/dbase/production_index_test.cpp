@@ -1,7 +1,10 @@
 // Tables whose tags live in a production index file: reading the tags,
 // walking and searching them through cursors and tables, building the file
 // anew, and what a damaged or changing file does.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <QString>
 #include <QVariantList>
@@ -16,6 +19,8 @@
 #include "dbase/core/field_value.h"
 #include "dbase/core/mdx_build.h"
 #include "dbase/core/mdx_file.h"
+#include "dbase/core/mdx_format.h"
+#include "dbase/core/dbase_locks.h"
 #include "dbase/core/mdx_tag.h"
 #include "dbase/core/mdx_tags.h"
 #include "services/Ruttb.h"
@@ -349,4 +354,45 @@ TEST(Reindex, CreatesATableWithItsTags) {
   EXPECT_TRUE(file->hasProductionMdx());
   EXPECT_TRUE(fs::exists(dir.file("NUEVA.MDX")));
   EXPECT_NE(MdxTags::of(*file).tag("NOMBRE"), nullptr);
+}
+
+TEST(ProductionIndex, AnIndexReadWhileAnotherProgramChangesItIsReadAgainOnceTheChangeIsDone) {
+  TempDir dir;
+  auto file = makeTable(dir.path(), "T.DBF", {charField("A", 4)}, {{"b"}, {"a"}});
+  rebuildProductionIndex(*file, {{"ORDEN", "A", "", false, false}});
+  const std::string mdxPath = MdxTags::pathFor(file->path());
+  const uint64_t rootAt = uint64_t(MdxFile::open(mdxPath)->tags()[0].headerPage) * 512 + mdx::kTagRoot;
+  int ready[2];
+  ASSERT_EQ(::pipe(ready), 0);
+  const pid_t writer = ::fork();
+  ASSERT_GE(writer, 0);
+  if (writer == 0) {
+    // Another program, with the index's lock, halfway through a change: the
+    // tag's root already points at a block the file does not have yet.
+    const int fd = ::open(mdxPath.c_str(), O_RDWR);
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = off_t(kIndexLockOffset);
+    lock.l_len = 1;
+    if (fd < 0 || ::fcntl(fd, F_OFD_SETLKW, &lock) != 0) ::_exit(1);
+    unsigned char root[4];
+    if (::pread(fd, root, 4, off_t(rootAt)) != 4) ::_exit(1);
+    const unsigned char far[4] = {0xF0, 0xFF, 0xFF, 0x0F};
+    if (::pwrite(fd, far, 4, off_t(rootAt)) != 4 || ::write(ready[1], "x", 1) != 1) ::_exit(1);
+    ::usleep(300000);
+    ::_exit(::pwrite(fd, root, 4, off_t(rootAt)) == 4 ? 0 : 1);  // done: the lock goes with the process
+  }
+  char signal = 0;
+  ASSERT_EQ(::read(ready[0], &signal, 1), 1);
+  MdxTags::of(*file).rowsReloaded();  // reads the index now, mid-change
+  MdxTag* tag = nullptr;
+  EXPECT_NO_THROW(tag = MdxTags::of(*file).tag("ORDEN"));
+  int status = 0;
+  ::waitpid(writer, &status, 0);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  ASSERT_NE(tag, nullptr);
+  Cursor cursor(file);
+  cursor.setOrder(*tag, tag->expression().fields());
+  EXPECT_EQ(cursorOrder(cursor), (std::vector<uint32_t>{2, 1}));
 }

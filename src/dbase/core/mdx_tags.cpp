@@ -57,6 +57,33 @@ bool leaveMark(const std::string& mdxPath) {
   return true;
 }
 
+// The index file read as dBase programs read it, without its lock. One that
+// looks damaged may be one another program is halfway through changing (a
+// tag's root already in blocks past the size seen a moment before): it is
+// read again with the lock shared, once no writer holds it, and only what
+// that reading finds counts.
+std::unique_ptr<MdxFile> openIndexFile(const std::string& path) {
+  try {
+    auto file = MdxFile::open(path);
+    bool whole = true;
+    for (size_t t = 0; t < file->tags().size(); ++t) whole = whole && file->tagFault(t).empty();
+    if (whole) return file;
+  } catch (const Error& e) {
+    if (e.kind() != ErrorKind::Corrupt) throw;
+  }
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return MdxFile::open(path);  // says why it cannot be opened
+  std::optional<IndexFileLock> lock;
+  try {
+    lock.emplace(fd, path.substr(path.find_last_of('/') + 1), LockMode::Shared);
+  } catch (...) {
+    ::close(fd);
+    throw;
+  }
+  ::close(fd);
+  return MdxFile::open(path);
+}
+
 }  // namespace
 
 MdxTags::MdxTags(DbfFile& file) : file_(file) {
@@ -100,7 +127,7 @@ void MdxTags::read() {
     } else {
       try {
         repairCutWrite();
-        fresh = MdxFile::open(path_);
+        fresh = openIndexFile(path_);
       } catch (const Error& e) {
         problem_ = e.what();
       }
