@@ -298,4 +298,18 @@ IndexFileLock::IndexFileLock(int fd, const std::string& indexName, LockMode mode
 
 IndexFileLock lockIndexFile(int fd, const std::string& indexName) { return IndexFileLock(fd, indexName); }
 
+std::optional<IndexFileLock> lockIndexFileAt(const std::string& path, const std::string& indexName, LockMode mode) {
+  const int fd = ::open(path.c_str(), (mode == LockMode::Exclusive ? O_RDWR : O_RDONLY) | O_CLOEXEC);
+  if (fd < 0) return std::nullopt;
+  std::optional<IndexFileLock> lock;
+  try {
+    lock.emplace(fd, indexName, mode);  // keeps a descriptor of its own
+  } catch (...) {
+    ::close(fd);
+    throw;
+  }
+  ::close(fd);
+  return lock;
+}
+
 }  // namespace dbase

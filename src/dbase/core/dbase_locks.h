@@ -28,6 +28,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -135,5 +136,9 @@ class IndexFileLock : public FileLock {
 
 // The lock the index maintenance takes on its file before changing it.
 IndexFileLock lockIndexFile(int fd, const std::string& indexName);
+// The lock of the index file the path names now, through a descriptor of
+// its own (opened for writing when the lock is exclusive); nothing when the
+// file cannot be opened.
+std::optional<IndexFileLock> lockIndexFileAt(const std::string& path, const std::string& indexName, LockMode mode);
 
 }  // namespace dbase

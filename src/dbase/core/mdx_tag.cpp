@@ -1,8 +1,5 @@
 #include "dbase/core/mdx_tag.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <bit>
 #include <cstring>
@@ -126,16 +123,7 @@ void MdxTag::load() {
     // Another program may be changing the index in place: the tree is walked
     // with the index file's lock shared (writers hold it alone), and from the
     // file as it now is when it changed since it was read.
-    std::optional<IndexFileLock> lock;
-    if (const int fd = ::open(mdx_->path().c_str(), O_RDONLY | O_CLOEXEC); fd >= 0) {
-      try {
-        lock.emplace(fd, mdx_->name(), LockMode::Shared);
-      } catch (...) {
-        ::close(fd);
-        throw;
-      }
-      ::close(fd);
-    }
+    const auto lock = lockIndexFileAt(mdx_->path(), mdx_->name(), LockMode::Shared);
     std::unique_ptr<MdxFile> now;
     const MdxFile* from = mdx_;
     size_t at = index_;

@@ -71,17 +71,8 @@ std::unique_ptr<MdxFile> openIndexFile(const std::string& path) {
   } catch (const Error& e) {
     if (e.kind() != ErrorKind::Corrupt) throw;
   }
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return MdxFile::open(path);  // says why it cannot be opened
-  std::optional<IndexFileLock> lock;
-  try {
-    lock.emplace(fd, path.substr(path.find_last_of('/') + 1), LockMode::Shared);
-  } catch (...) {
-    ::close(fd);
-    throw;
-  }
-  ::close(fd);
-  return MdxFile::open(path);
+  const auto lock = lockIndexFileAt(path, path.substr(path.find_last_of('/') + 1), LockMode::Shared);
+  return MdxFile::open(path);  // without the lock when it cannot be opened: says why
 }
 
 }  // namespace
@@ -175,14 +166,7 @@ void MdxTags::repairCutWrite() {
   std::vector<TagDefinition> tags;
   for (const MdxTagInfo& info : cut->tags())
     tags.push_back({info.name, info.expression, info.forExpression, info.unique, info.descending});
-  std::optional<IndexFileLock> lock;
-  {
-    const int fd = ::open(path_.c_str(), O_RDWR | O_CLOEXEC);
-    if (fd >= 0) {
-      lock.emplace(fd, name);
-      ::close(fd);
-    }
-  }
+  const auto lock = lockIndexFileAt(path_, name, LockMode::Exclusive);
   repairing_ = true;
   try {
     rebuildProductionIndex(file_, tags);
