@@ -384,12 +384,16 @@ void MdxUpdate::flush() {
   for (size_t i = 0; i < free_.size() && !freedHere_.empty(); ++i)
     if (freedHere_.count(free_[i])) linkOf[free_[i]] = i > 0 ? free_[i - 1] : freeLoaded_ ? 0 : diskFreeHead_;
 
-  // Blocks on adjacent pages go out in one write.
+  // Blocks on adjacent pages go out in one write, up to kRunBytes at a time:
+  // the blocks a long run of appends adds at the end of the file would
+  // otherwise need megabytes of fresh memory laid out for a single write.
+  constexpr size_t kRunBytes = 64 * 1024;
+  const size_t runBlocks = std::max<size_t>(1, kRunBytes / blockBytes_);
   std::vector<unsigned char>& run = block_;
   auto fail = [&](const char* what) { throw Error(ErrorKind::Io, name_, systemError(what)); };
   for (size_t first = 0; first < pages.size();) {
     size_t end = first + 1;
-    while (end < pages.size() && pages[end] == pages[end - 1] + blockPages_) ++end;
+    while (end < pages.size() && end - first < runBlocks && pages[end] == pages[end - 1] + blockPages_) ++end;
     const uint32_t firstPage = pages[first], endPage = pages[end - 1] + blockPages_;
     run.assign(size_t(endPage - firstPage) / blockPages_ * blockBytes_, 0);
     for (uint32_t page = firstPage; page < endPage; page += blockPages_) {
