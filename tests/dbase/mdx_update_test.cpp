@@ -444,6 +444,52 @@ Entries numbered(uint32_t count) {
   return entries;
 }
 
+// An index written whole leaves a slot or more free in every node, so that
+// keys written afterwards all over the order go into their leaves in place:
+// no block is added and no parent changes.
+TEST_F(MdxUpdateTest, AnIndexWrittenWholeTakesNewKeysInItsLeavesWithoutSplitting) {
+  path = dir.file("HUECO.MDX");
+  const Entries entries = numbered(20000);
+  writeMdx(path, "HUECO", 0x1B, {{"NOMBRE", "NOMBRE", "", 'C', 20, false, false, entries}});
+  const MdxTagInfo info = MdxFile::open(path)->tags()[0];
+  ASSERT_EQ(info.maxKeys, 42);
+  const Raw before(path);
+  ASSERT_EQ(before.depth(info), 3);
+  std::vector<uint32_t> leaves, interior;
+  std::function<void(uint32_t)> collect = [&](uint32_t page) {
+    if (before.leaf(info, page)) return leaves.push_back(page);
+    interior.push_back(page);
+    EXPECT_LT(before.keys(page), uint32_t(info.maxKeys - 1)) << "interior node " << page;
+    for (uint32_t i = 0; i <= before.keys(page); ++i) collect(before.pointer(info, page, i));
+  };
+  collect(before.root(info));
+  for (uint32_t page : leaves) {
+    EXPECT_LE(before.keys(page), uint32_t(info.maxKeys - 4)) << "leaf " << page;
+    EXPECT_GE(before.keys(page), uint32_t(info.maxKeys / 2)) << "leaf " << page;
+  }
+
+  auto update = MdxUpdate::open(path);
+  update->setOrder(0, orderFor(0x1B, 'C', false));
+  Model model(orderFor(0x1B, 'C', false));
+  for (const auto& [key, recno] : entries) model.insert(key, recno);
+  // A new key before every fortieth old one: one a leaf, about. It goes into
+  // the leaf of the key after it, whose highest key it does not change.
+  uint32_t recno = 20001;
+  for (size_t i = 40; i < entries.size(); i += 40, ++recno) {
+    const std::string key = paddedKey(entries[i - 1].first.substr(0, 7) + "A", 20);
+    update->insert(0, key, recno);
+    model.insert(key, recno);
+  }
+  update->flush();
+  const Raw after(path);
+  EXPECT_EQ(after.totalPages(), before.totalPages());
+  EXPECT_EQ(after.tagPages(info), before.tagPages(info));
+  for (uint32_t page : interior)
+    EXPECT_EQ(after.bytes.substr(size_t(page) * 512, 1024), before.bytes.substr(size_t(page) * 512, 1024))
+        << "interior node " << page;
+  EXPECT_EQ(walked(path, 0), model.entries());
+}
+
 TEST_F(MdxUpdateTest, RefusesAChildOutsideTheFileWithoutWritingAByte) {
   path = dir.file("ROTO.MDX");
   writeMdx(path, "ROTO", 0x1B, {{"NOMBRE", "NOMBRE", "", 'C', 20, false, false, numbered(6000)}});
@@ -467,11 +513,15 @@ TEST_F(MdxUpdateTest, RefusesAChildOutsideTheFileWithoutWritingAByte) {
 
 TEST_F(MdxUpdateTest, RefusesABrokenFreeListBeforeSplittingANode) {
   path = dir.file("ROTO.MDX");
-  writeMdx(path, "ROTO", 0x1B, {{"NOMBRE", "NOMBRE", "", 'C', 20, false, false, numbered(42)}});
+  // One leaf of 38 entries, with room for 42.
+  writeMdx(path, "ROTO", 0x1B, {{"NOMBRE", "NOMBRE", "", 'C', 20, false, false, numbered(38)}});
   patch32(path, mdx::kOffFirstFree, 5000);  // past the end of the file
-  const std::string before = readFile(path);
   auto update = MdxUpdate::open(path);
   update->setOrder(0, orderFor(0x1B, 'C', false));
+  const Entries full = numbered(42);
+  for (size_t i = 38; i < full.size(); ++i) update->insert(0, full[i].first, full[i].second);
+  update->flush();
+  const std::string before = readFile(path);
   // The one leaf is full: the next key needs a block.
   expectCorrupt("ROTO.MDX: índice NOMBRE: la página libre 5000 cae fuera del fichero",
                 [&] { update->insert(0, paddedKey("K000100", 20), 100); });
@@ -661,14 +711,15 @@ TEST_F(MdxUpdateTest, TrimmingTheCacheDropsUnchangedLeavesOnly) {
   ASSERT_GT(all, 400u);
   const size_t bytesAll = update->memoryBytes();
   EXPECT_GT(bytesAll, all * 1024) << "at least a block's worth for each node";
-  update->insert(0, paddedKey("K000500", 20), 20001);  // a full leaf split in two
+  // More entries than the leaf has free slots: it splits in two, once.
+  for (uint32_t r = 20001; r <= 20006; ++r) update->insert(0, paddedKey("K000500", 20), r);
   ASSERT_EQ(update->cachedNodes(), all + 1);
   update->trimCache(all + 1);
   EXPECT_EQ(update->cachedNodes(), all + 1) << "within the allowance nothing goes";
   update->trimCache(100);
   EXPECT_LE(update->cachedNodes(), 50u);
   update->trimCache(0);
-  // About 480 leaves under a dozen interior nodes: those and the two halves
+  // About 530 leaves under fifteen interior nodes: those and the two halves
   // of the leaf split stay.
   const size_t kept = update->cachedNodes();
   EXPECT_GE(kept, 2u + 12u);
@@ -676,7 +727,7 @@ TEST_F(MdxUpdateTest, TrimmingTheCacheDropsUnchangedLeavesOnly) {
   EXPECT_LT(update->memoryBytes(), bytesAll / 10);
   update->flush();
   auto expected = numbered(20000);
-  expected.insert(expected.begin() + 500, {paddedKey("K000500", 20), 20001});
+  for (uint32_t r = 20006; r >= 20001; --r) expected.insert(expected.begin() + 500, {paddedKey("K000500", 20), r});
   EXPECT_EQ(walked(path, 0), expected);
   EXPECT_EQ(update->verify(0), "");
 }

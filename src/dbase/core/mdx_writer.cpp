@@ -1,8 +1,9 @@
 // writeMdx: a whole production index written afresh, the way dBase lays one
 // out after INDEX ON: the header area, then for each tag its header block
 // followed by its B-tree, leaves first (left to right), then each level up,
-// the root last. Nodes are filled evenly, so that no node is less than half
-// full and no interior node is left with a single child.
+// the root last. Nodes are filled evenly, each with a little room to spare
+// (roomWhenBuilt), so that no node is less than half full and no interior
+// node is left with a single child.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -131,15 +132,23 @@ struct TreeShape {
   size_t nodes = 0;
   uint16_t itemLength = 0;
   uint16_t maxKeys = 0;
-  size_t fanOut = 0;  // children per interior node: maxKeys - 1 keys and the rightmost pointer
+  size_t fanOut = 0;  // children per interior node: its keys and the rightmost pointer
 };
+
+// Entries a node is given when the index is written whole: about nine in ten
+// of what fits, one slot at least left free. Rows written later land all
+// over an order by name, and into a full node the first of them would split
+// it (two blocks written and its parent changed) where a free slot takes it
+// in place.
+size_t roomWhenBuilt(uint16_t maxKeys) { return maxKeys > 3 ? maxKeys - std::max(1, maxKeys / 10) : maxKeys; }
 
 TreeShape shapeOf(const MdxTagBuild& tag, uint32_t blockBytes) {
   TreeShape s;
   s.itemLength = itemLengthFor(tag.keyLength);
   s.maxKeys = maxKeysFor(blockBytes, s.itemLength);
-  s.fanOut = s.maxKeys;
-  size_t count = std::max<size_t>(1, (tag.entries.size() + s.maxKeys - 1) / s.maxKeys);
+  const size_t room = roomWhenBuilt(s.maxKeys);
+  s.fanOut = room;
+  size_t count = std::max<size_t>(1, (tag.entries.size() + room - 1) / room);
   s.levels.push_back(count);
   while (count > 1) {
     count = (count + s.fanOut - 1) / s.fanOut;
