@@ -200,9 +200,9 @@ bool MdxFile::adoptOwnWrite(const std::vector<MdxTagInfo>& written) {
   return true;
 }
 
-bool MdxFile::changedOnDisk() const {
+bool MdxFile::changedOnDisk(Look look) const {
   struct stat st {};
-  if (::stat(path_.c_str(), &st) != 0) return true;
+  if (look == Look::ByPath ? ::stat(path_.c_str(), &st) != 0 : ::fstat(fd_, &st) != 0 || st.st_nlink == 0) return true;
   if (uint64_t(st.st_size) != fileSize_ || modifiedNs(st) != modifiedNs_ || uint64_t(st.st_ino) != inode_ ||
       uint64_t(st.st_dev) != device_)
     return true;

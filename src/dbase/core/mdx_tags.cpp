@@ -483,7 +483,11 @@ void MdxTags::rowsReloaded() {
 bool MdxTags::checkDisk() {
   if (repairing_ || writeUnderWay_) return false;
   if (mdx_) {
-    if (!mdx_->changedOnDisk()) return false;
+    // Looked at through the open file, as every search does: an index put in
+    // its place where the file system does not tell is met when another
+    // program's rows make the table read again (which opens the index by its
+    // path), or by the next write, which looks by path under the lock.
+    if (!mdx_->changedOnDisk(MdxFile::Look::OpenFile)) return false;
   } else if (!file_.hasProductionMdx() || !fileExistsCaseInsensitive(path_)) {
     return false;  // none announced, or the one announced is still missing
   }
