@@ -400,6 +400,53 @@ TEST(IndexUpkeepLongRun, ARunOfMoreRowsThanWaitAtOncePlacesThemAllInOrder) {
   EXPECT_FALSE(fs::exists(MdxTags::markFor(dir.file("LARGA.MDX"))));
 }
 
+// A run's appended rows are placed in the tree while it goes on; damage met
+// there ends the run as damage met at its end would: the rows stay, the
+// write fails naming the index, and the index is written anew from them.
+TEST(IndexUpkeepLongRun, DamageMetWhilePlacingARunsRowsFailsTheRunAndTheIndexIsWrittenAnew) {
+  TempDir dir;
+  std::vector<std::vector<std::string>> rows;
+  for (int i = 0; i < 400; ++i) rows.push_back({std::to_string(100000 + i * 2000)});
+  auto file = makeTable(dir.path(), "DANADA.DBF", {charField("CODIGO", 6)}, rows);
+  rebuildProductionIndex(*file, {{"CODIGO", "CODIGO", "", false, false}});
+  const std::string mdxPath = dir.file("DANADA.MDX");
+  {
+    // A leaf halfway along claims more keys than fit: nothing sees it before
+    // an insert goes down to it.
+    const MdxTagInfo tag = MdxFile::open(mdxPath)->tags()[0];
+    const int fd = ::open(mdxPath.c_str(), O_RDWR);
+    unsigned char child[4];
+    ASSERT_EQ(pread(fd, child, 4, off_t(tag.rootPage) * 512 + 8 + 4 * tag.itemLength), 4);
+    const uint32_t leaf = uint32_t(child[0]) | uint32_t(child[1]) << 8 | uint32_t(child[2]) << 16 | uint32_t(child[3]) << 24;
+    const unsigned char tooMany[4] = {0xFF, 0x7F, 0, 0};
+    ASSERT_EQ(pwrite(fd, tooMany, 4, off_t(leaf) * 512), 4);
+    ::close(fd);
+  }
+  MdxTags::of(*file);
+  try {
+    WriteBatch run(*file);
+    for (int i = 0; i < 200; ++i) {
+      std::string r = file->blankRecord();
+      const std::string code = std::to_string(100001 + i * 4000);
+      r.replace(1, code.size(), code);
+      file->append(r);
+    }
+    run.finish();
+    FAIL() << "the damage was not met";
+  } catch (const Error& e) {
+    EXPECT_EQ(int(e.kind()), int(ErrorKind::Corrupt)) << e.what();
+    EXPECT_NE(std::string(e.what()).find("DANADA.MDX"), std::string::npos) << e.what();
+    EXPECT_NE(std::string(e.what()).find("índice CODIGO"), std::string::npos) << e.what();
+  }
+  EXPECT_EQ(file->recordCount(), 600u);
+  const auto entries = walkAll(mdxPath).at("CODIGO");
+  ASSERT_EQ(entries.size(), 600u);
+  for (size_t i = 1; i < entries.size(); ++i) ASSERT_LT(entries[i - 1], entries[i]);
+  EXPECT_FALSE(fs::exists(MdxTags::markFor(mdxPath)));
+  ASSERT_FALSE(MdxTags::of(*file).warnings().empty());
+  EXPECT_NE(MdxTags::of(*file).warnings().back().find("se ha rehecho a partir de las filas"), std::string::npos);
+}
+
 TEST_F(IndexUpkeep, ATagFirstAskedForWithinARunSeesTheRunsRows) {
   WriteBatch run(*file);
   file->append(row("28", "Alcorcón", "170000"));

@@ -101,6 +101,8 @@ std::string MdxTags::markFor(const std::string& mdxPath) { return mdxPath + ".es
 
 void MdxTags::forgetWriter() {
   waitingFirst_ = waitingLast_ = 0;
+  placing_.discard();
+  handedOver_ = 0;
   update_.reset();
   writing_.clear();
   if (lockFd_ >= 0) ::close(lockFd_);
@@ -323,6 +325,7 @@ void MdxTags::letGo() {
 
 void MdxTags::writeOut() {
   placeWaitingAppends();
+  handedOver_ = 0;
   update_->flush();
   update_->trimCache(kNodesKept);
   rereadOwnWrite();
@@ -360,9 +363,14 @@ void MdxTags::rowsAppended(uint32_t first, uint32_t last) {
       // the keys worked out at once.
       constexpr uint32_t kMostWaiting = 1u << 18;
       if (waitingFirst_ != 0 && (first != waitingLast_ + 1 || last - waitingFirst_ >= kMostWaiting))
-        placeWaitingAppends();
+        handOverWaitingAppends();
       if (waitingFirst_ == 0) waitingFirst_ = first;
       waitingLast_ = last;
+      // They are handed over to be placed in growing parts: a short run's
+      // first rows soon, so that their entries go in while it goes on; a
+      // long run's in larger parts, each in key order.
+      constexpr uint32_t kFirstHandOver = 16;
+      if (waitingLast_ - waitingFirst_ + 1 >= std::max(kFirstHandOver, handedOver_ / 8)) handOverWaitingAppends();
     } else {
       insertEntries(first, last);
       endWrite();
@@ -374,23 +382,28 @@ void MdxTags::rowsAppended(uint32_t first, uint32_t last) {
     if (t) t->rowsAppended(first, last, !file_.inWriteBatch());
 }
 
-void MdxTags::insertEntries(uint32_t first, uint32_t last) {
-  // Each tag's new entries go in together, by key.
-  std::string keys;
-  std::vector<uint32_t> recnos;
+std::vector<MdxTags::TagEntries> MdxTags::entriesOf(uint32_t first, uint32_t last) const {
+  std::vector<TagEntries> entries(writing_.size());
   for (size_t t = 0; t < writing_.size(); ++t) {
     const Keeper& k = writing_[t];
-    keys.clear();
-    recnos.clear();
+    TagEntries& e = entries[t];
+    e.unique = k.unique;
     for (uint32_t r = first; r <= last; ++r) {
       const char* record = file_.record(r);
       if (k.condition && !k.condition->isTrue(record)) continue;
-      k.key.appendKey(record, keys);
-      recnos.push_back(r);
+      k.key.appendKey(record, e.keys);
+      e.recnos.push_back(r);
     }
-    update_->insertAppended(t, keys, recnos, k.unique);
   }
+  return entries;
 }
+
+void MdxTags::placeEntries(MdxUpdate& update, const std::vector<TagEntries>& entries) {
+  for (size_t t = 0; t < entries.size(); ++t)
+    update.insertAppended(t, entries[t].keys, entries[t].recnos, entries[t].unique);
+}
+
+void MdxTags::insertEntries(uint32_t first, uint32_t last) { placeEntries(*update_, entriesOf(first, last)); }
 
 void MdxTags::moveEntries(uint32_t recno, const char* oldRecord) {
   std::string before, after;
@@ -409,13 +422,20 @@ void MdxTags::moveEntries(uint32_t recno, const char* oldRecord) {
   }
 }
 
-void MdxTags::placeWaitingAppends() {
+void MdxTags::handOverWaitingAppends() {
   if (waitingFirst_ == 0) return;
   const uint32_t first = waitingFirst_;
   // Rows read again after another program's change may be fewer.
   const uint32_t last = std::min(waitingLast_, file_.recordCount());
   waitingFirst_ = waitingLast_ = 0;
-  if (first <= last) insertEntries(first, last);
+  if (first > last) return;
+  handedOver_ += last - first + 1;
+  placing_.post([update = update_.get(), entries = entriesOf(first, last)] { placeEntries(*update, entries); });
+}
+
+void MdxTags::placeWaitingAppends() {
+  handOverWaitingAppends();
+  placing_.wait();
 }
 
 void MdxTags::rowChanged(uint32_t recno, const char* oldRecord) {
@@ -496,6 +516,7 @@ bool MdxTags::checkDisk() {
 }
 
 size_t MdxTags::memoryBytes() const {
+  placing_.finish();  // its nodes are counted once it is done with them
   size_t bytes = sizeof *this + (update_ ? update_->memoryBytes() : 0);
   for (const auto* held : {&tags_, &retired_})
     for (const auto& tag : *held)

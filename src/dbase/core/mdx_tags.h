@@ -38,6 +38,7 @@
 #include "dbase/core/dbase_locks.h"
 #include "dbase/core/key_expression.h"
 #include "dbase/core/row_listener.h"
+#include "dbase/core/serial_worker.h"
 
 namespace dbase {
 
@@ -103,10 +104,24 @@ class MdxTags : public RowListener {
   // written (read again only when it was replaced), the tags' loaded rows
   // kept (they were placed as written).
   void rereadOwnWrite();
+  // Each kept tag's entries for rows first..last (keys and record numbers),
+  // worked out on this thread: rows are read here only.
+  struct TagEntries {
+    std::string keys;
+    std::vector<uint32_t> recnos;
+    bool unique = false;
+  };
+  std::vector<TagEntries> entriesOf(uint32_t first, uint32_t last) const;
+  // Each tag's entries go in together, by key.
+  static void placeEntries(MdxUpdate& update, const std::vector<TagEntries>& entries);
   // The entries of rows first..last go into every tag's tree, by key.
   void insertEntries(uint32_t first, uint32_t last);
   // Row recno's entries move from the keys oldRecord gives to its own.
   void moveEntries(uint32_t recno, const char* oldRecord);
+  // The waiting rows' entries go to placing_, to be put into the trees
+  // while the run goes on.
+  void handOverWaitingAppends();
+  // Every waiting row's entries in the trees: update_ is this thread's again.
   void placeWaitingAppends();
   void endWrite();
   // The changes made so far written, the file's state taken from them.
@@ -150,6 +165,12 @@ class MdxTags : public RowListener {
   // (0 when none): the file sees the run's entries only at its end anyway,
   // and in key order each insert walks mostly where the last one did.
   uint32_t waitingFirst_ = 0, waitingLast_ = 0;
+  // Puts the entries of a run's appended rows into update_'s trees while the
+  // run goes on, on another core. What it was handed is placed before
+  // update_ is used here again (placeWaitingAppends, forgetWriter); declared
+  // after update_, so that it is gone first.
+  mutable SerialWorker placing_;
+  uint32_t handedOver_ = 0;  // rows of the run handed to placing_
   void forgetWriter();
   bool repairing_ = false;
   bool bulk_ = false;

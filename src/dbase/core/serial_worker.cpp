@@ -1,0 +1,80 @@
+#include "dbase/core/serial_worker.h"
+
+#include <system_error>
+#include <utility>
+
+namespace dbase {
+
+SerialWorker::~SerialWorker() { discard(); }
+
+void SerialWorker::post(std::function<void()> job) {
+  {
+    std::lock_guard<std::mutex> guard(mutex_);
+    jobs_.push_back(std::move(job));
+  }
+  if (thread_.joinable()) {
+    posted_.notify_one();
+    return;
+  }
+  try {
+    thread_ = std::thread([this] { run(); });
+  } catch (const std::system_error&) {
+    // No thread to be had: the job runs here, as the poster would have.
+    std::function<void()> now;
+    {
+      std::lock_guard<std::mutex> guard(mutex_);
+      now = std::move(jobs_.back());
+      jobs_.pop_back();
+      if (failure_) return;  // dropped, as after the failure it follows
+    }
+    now();
+  }
+}
+
+void SerialWorker::run() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  for (;;) {
+    posted_.wait(lock, [&] { return !jobs_.empty() || closing_; });
+    if (jobs_.empty()) return;
+    std::function<void()> job = std::move(jobs_.front());
+    jobs_.pop_front();
+    if (failure_) continue;  // what follows a failed job is dropped
+    lock.unlock();
+    std::exception_ptr thrown;
+    try {
+      job();
+    } catch (...) {
+      thrown = std::current_exception();
+    }
+    job = nullptr;  // what it held goes before the poster hears it is done
+    lock.lock();
+    if (thrown) failure_ = thrown;
+  }
+}
+
+void SerialWorker::finish() noexcept {
+  if (!thread_.joinable()) return;
+  {
+    std::lock_guard<std::mutex> guard(mutex_);
+    closing_ = true;
+  }
+  posted_.notify_one();
+  thread_.join();
+  closing_ = false;
+}
+
+void SerialWorker::wait() {
+  finish();
+  if (failure_) std::rethrow_exception(std::exchange(failure_, nullptr));
+}
+
+void SerialWorker::discard() noexcept {
+  {
+    std::lock_guard<std::mutex> guard(mutex_);
+    jobs_.clear();
+  }
+  finish();
+  failure_ = nullptr;
+}
+
+}  // namespace dbase

@@ -1,0 +1,50 @@
+// Jobs run one after another, in the order they were posted, on a thread of
+// their own while the poster goes on with its work; wait() is where the
+// poster takes up again what the jobs touch. Whatever a posted job touches
+// is the job's until then.
+//
+// The thread lives from the first job posted to the wait that finds them all
+// done, so a worker with nothing to do holds no thread (and a process that
+// forks between runs leaves none behind in the child). When no thread can be
+// had, post() runs the job itself.
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+#include <exception>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+namespace dbase {
+
+class SerialWorker {
+ public:
+  SerialWorker() = default;
+  // Jobs not yet started are dropped; the one under way ends first.
+  ~SerialWorker();
+  SerialWorker(const SerialWorker&) = delete;
+  SerialWorker& operator=(const SerialWorker&) = delete;
+
+  void post(std::function<void()> job);
+  // Until every job posted has run. Rethrows what a job threw; the jobs
+  // posted after it were dropped.
+  void wait();
+  // The same, keeping what a job threw for the next wait().
+  void finish() noexcept;
+  // Drops the jobs not yet started, waits for the one under way, and
+  // forgets what a job threw.
+  void discard() noexcept;
+
+ private:
+  void run();
+
+  std::mutex mutex_;
+  std::condition_variable posted_;
+  std::deque<std::function<void()>> jobs_;
+  std::exception_ptr failure_;
+  bool closing_ = false;  // the thread ends once no job is left
+  std::thread thread_;
+};
+
+}  // namespace dbase
