@@ -100,9 +100,10 @@ std::string MdxTags::pathFor(const std::string& dbfPath) {
 std::string MdxTags::markFor(const std::string& mdxPath) { return mdxPath + ".escribiendo"; }
 
 void MdxTags::forgetWriter() {
-  waitingFirst_ = waitingLast_ = 0;
   placing_.discard();
-  handedOver_ = 0;
+  pending_.clear();
+  pendingRows_ = 0;
+  placingBusy_ = false;
   update_.reset();
   writing_.clear();
   if (lockFd_ >= 0) ::close(lockFd_);
@@ -299,7 +300,6 @@ void MdxTags::writeAbandoned() {
 // The rows are written and the index is not: the mark stays, and reading the
 // index again finds it and writes the index anew from the rows.
 void MdxTags::abandonCutWrite() {
-  waitingFirst_ = waitingLast_ = 0;
   writeUnderWay_ = false;
   lock_.reset();
   read();
@@ -325,7 +325,6 @@ void MdxTags::letGo() {
 
 void MdxTags::writeOut() {
   placeWaitingAppends();
-  handedOver_ = 0;
   update_->flush();
   update_->trimCache(kNodesKept);
   rereadOwnWrite();
@@ -359,18 +358,7 @@ void MdxTags::rowsAppended(uint32_t first, uint32_t last) {
   }
   changeOrLeaveMark([&] {
     if (file_.inWriteBatch()) {
-      // Appends follow one another; a run of them waits, up to a bound on
-      // the keys worked out at once.
-      constexpr uint32_t kMostWaiting = 1u << 18;
-      if (waitingFirst_ != 0 && (first != waitingLast_ + 1 || last - waitingFirst_ >= kMostWaiting))
-        handOverWaitingAppends();
-      if (waitingFirst_ == 0) waitingFirst_ = first;
-      waitingLast_ = last;
-      // They are handed over to be placed in growing parts: a short run's
-      // first rows soon, so that their entries go in while it goes on; a
-      // long run's in larger parts, each in key order.
-      constexpr uint32_t kFirstHandOver = 16;
-      if (waitingLast_ - waitingFirst_ + 1 >= std::max(kFirstHandOver, handedOver_ / 8)) handOverWaitingAppends();
+      handOver(first, last);
     } else {
       insertEntries(first, last);
       endWrite();
@@ -382,11 +370,11 @@ void MdxTags::rowsAppended(uint32_t first, uint32_t last) {
     if (t) t->rowsAppended(first, last, !file_.inWriteBatch());
 }
 
-std::vector<MdxTags::TagEntries> MdxTags::entriesOf(uint32_t first, uint32_t last) const {
-  std::vector<TagEntries> entries(writing_.size());
+void MdxTags::addEntries(uint32_t first, uint32_t last, std::vector<TagEntries>& to) const {
+  to.resize(writing_.size());
   for (size_t t = 0; t < writing_.size(); ++t) {
     const Keeper& k = writing_[t];
-    TagEntries& e = entries[t];
+    TagEntries& e = to[t];
     e.unique = k.unique;
     for (uint32_t r = first; r <= last; ++r) {
       const char* record = file_.record(r);
@@ -395,7 +383,6 @@ std::vector<MdxTags::TagEntries> MdxTags::entriesOf(uint32_t first, uint32_t las
       e.recnos.push_back(r);
     }
   }
-  return entries;
 }
 
 void MdxTags::placeEntries(MdxUpdate& update, const std::vector<TagEntries>& entries) {
@@ -403,7 +390,11 @@ void MdxTags::placeEntries(MdxUpdate& update, const std::vector<TagEntries>& ent
     update.insertAppended(t, entries[t].keys, entries[t].recnos, entries[t].unique);
 }
 
-void MdxTags::insertEntries(uint32_t first, uint32_t last) { placeEntries(*update_, entriesOf(first, last)); }
+void MdxTags::insertEntries(uint32_t first, uint32_t last) {
+  std::vector<TagEntries> entries;
+  addEntries(first, last, entries);
+  placeEntries(*update_, entries);
+}
 
 void MdxTags::moveEntries(uint32_t recno, const char* oldRecord) {
   std::string before, after;
@@ -422,19 +413,54 @@ void MdxTags::moveEntries(uint32_t recno, const char* oldRecord) {
   }
 }
 
-void MdxTags::handOverWaitingAppends() {
-  if (waitingFirst_ == 0) return;
-  const uint32_t first = waitingFirst_;
-  // Rows read again after another program's change may be fewer.
-  const uint32_t last = std::min(waitingLast_, file_.recordCount());
-  waitingFirst_ = waitingLast_ = 0;
-  if (first > last) return;
-  handedOver_ += last - first + 1;
-  placing_.post([update = update_.get(), entries = entriesOf(first, last)] { placeEntries(*update, entries); });
+void MdxTags::handOver(uint32_t first, uint32_t last) {
+  // placing_ is set to work once a few rows wait (waking it for every row
+  // would cost more than placing the row), and it takes whatever has come
+  // meanwhile each time it is free. A bound on the entries pending at once,
+  // should the placing fall behind.
+  constexpr uint32_t kFewestToStart = 16, kMostPending = 1u << 18;
+  bool full = false;
+  {
+    std::lock_guard<std::mutex> guard(pendingMutex_);
+    addEntries(first, last, pending_);
+    pendingRows_ += last - first + 1;
+    full = pendingRows_ >= kMostPending;
+  }
+  startPlacing(kFewestToStart);
+  if (full) placeWaitingAppends();
+}
+
+void MdxTags::startPlacing(uint32_t fewestRows) {
+  {
+    std::lock_guard<std::mutex> guard(pendingMutex_);
+    if (placingBusy_ || pendingRows_ == 0 || pendingRows_ < fewestRows) return;
+    placingBusy_ = true;
+  }
+  placing_.post([this] { placePending(); });
+}
+
+void MdxTags::placePending() {
+  std::vector<TagEntries> part;
+  for (;;) {
+    {
+      std::lock_guard<std::mutex> guard(pendingMutex_);
+      if (pendingRows_ == 0) {
+        placingBusy_ = false;
+        return;
+      }
+      part.swap(pending_);  // pending_ gets the last part's buffers back, emptied
+      pendingRows_ = 0;
+    }
+    placeEntries(*update_, part);
+    for (TagEntries& e : part) {
+      e.keys.clear();
+      e.recnos.clear();
+    }
+  }
 }
 
 void MdxTags::placeWaitingAppends() {
-  handOverWaitingAppends();
+  startPlacing(1);
   placing_.wait();
 }
 
@@ -445,13 +471,10 @@ void MdxTags::rowChanged(uint32_t recno, const char* oldRecord) {
     return;
   }
   changeOrLeaveMark([&] {
-    // A row whose entries still wait goes in with the keys it has then;
-    // any other change comes after the waiting rows, as it came after them.
-    const bool waiting = waitingFirst_ != 0 && recno >= waitingFirst_ && recno <= waitingLast_;
-    if (!waiting) {
-      placeWaitingAppends();
-      moveEntries(recno, oldRecord);
-    }
+    // After the run's appends, as it came after them: a row appended in the
+    // run went in with the keys it had then, and moves from them now.
+    placeWaitingAppends();
+    moveEntries(recno, oldRecord);
     endWrite();
   });
   for (auto& t : tags_)

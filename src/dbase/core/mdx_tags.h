@@ -30,6 +30,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -104,24 +105,31 @@ class MdxTags : public RowListener {
   // written (read again only when it was replaced), the tags' loaded rows
   // kept (they were placed as written).
   void rereadOwnWrite();
-  // Each kept tag's entries for rows first..last (keys and record numbers),
-  // worked out on this thread: rows are read here only.
+  // Each kept tag's entries (keys and record numbers) of some rows.
   struct TagEntries {
     std::string keys;
     std::vector<uint32_t> recnos;
     bool unique = false;
   };
-  std::vector<TagEntries> entriesOf(uint32_t first, uint32_t last) const;
+  // Adds rows first..last's entries to `to` (one item a tag), worked out
+  // on this thread: rows are read here only.
+  void addEntries(uint32_t first, uint32_t last, std::vector<TagEntries>& to) const;
   // Each tag's entries go in together, by key.
   static void placeEntries(MdxUpdate& update, const std::vector<TagEntries>& entries);
   // The entries of rows first..last go into every tag's tree, by key.
   void insertEntries(uint32_t first, uint32_t last);
   // Row recno's entries move from the keys oldRecord gives to its own.
   void moveEntries(uint32_t recno, const char* oldRecord);
-  // The waiting rows' entries go to placing_, to be put into the trees
-  // while the run goes on.
-  void handOverWaitingAppends();
-  // Every waiting row's entries in the trees: update_ is this thread's again.
+  // Within a run: rows first..last's entries join those pending, and
+  // placing_ is set to work on them if it is not already.
+  void handOver(uint32_t first, uint32_t last);
+  // Sets placing_ to work when at least fewestRows rows are pending and it
+  // is not at work already.
+  void startPlacing(uint32_t fewestRows);
+  // On placing_'s thread: takes what is pending and places it, until
+  // nothing is left.
+  void placePending();
+  // Every pending entry in the trees: update_ is this thread's again.
   void placeWaitingAppends();
   void endWrite();
   // The changes made so far written, the file's state taken from them.
@@ -161,16 +169,19 @@ class MdxTags : public RowListener {
   std::unique_ptr<MdxUpdate> update_;
   std::vector<Keeper> writing_;
   bool writeUnderWay_ = false;
-  // Rows a run appended whose entries wait to go into the trees together
-  // (0 when none): the file sees the run's entries only at its end anyway,
-  // and in key order each insert walks mostly where the last one did.
-  uint32_t waitingFirst_ = 0, waitingLast_ = 0;
-  // Puts the entries of a run's appended rows into update_'s trees while the
-  // run goes on, on another core. What it was handed is placed before
-  // update_ is used here again (placeWaitingAppends, forgetWriter); declared
-  // after update_, so that it is gone first.
+  // A run's appended rows go into update_'s trees while the run goes on,
+  // on another core: their entries are worked out here as each append comes
+  // and wait in pending_ until placing_ takes all there are, each time it is
+  // free. So a quick run of appends is placed in large parts, each in key
+  // order (each insert walks mostly where the last one did), and a slow one
+  // as it goes. update_ is placing_'s until it has placed all
+  // (placeWaitingAppends, forgetWriter); placing_ is declared after update_
+  // and pending_, so that it is gone first.
+  std::mutex pendingMutex_;
+  std::vector<TagEntries> pending_;
+  uint32_t pendingRows_ = 0;
+  bool placingBusy_ = false;  // a job of placing_ takes what comes to pending_
   mutable SerialWorker placing_;
-  uint32_t handedOver_ = 0;  // rows of the run handed to placing_
   void forgetWriter();
   bool repairing_ = false;
   bool bulk_ = false;
