@@ -490,6 +490,55 @@ TEST_F(MdxUpdateTest, AnIndexWrittenWholeTakesNewKeysInItsLeavesWithoutSplitting
   EXPECT_EQ(walked(path, 0), model.entries());
 }
 
+// Nodes written ahead of the flush reach their blocks and nothing else: the
+// tag header (root, counter, pages), the file header (pages, free list) and
+// the free blocks' links wait for the flush, which then writes what changed
+// after as well.
+TEST_F(MdxUpdateTest, NodesWrittenAheadLeaveTheHeadersAndTheFreeListToTheFlush) {
+  path = dir.file("ADELANTE.MDX");
+  const Entries entries = numbered(5000);
+  writeMdx(path, "ADELANTE", 0x1B, {{"NOMBRE", "NOMBRE", "", 'C', 20, false, false, entries}});
+  const Raw before(path);
+  auto update = MdxUpdate::open(path);
+  update->setOrder(0, orderFor(0x1B, 'C', false));
+  const MdxTagInfo info = update->tags()[0];
+  Model model(orderFor(0x1B, 'C', false));
+  for (const auto& [key, recno] : entries) model.insert(key, recno);
+  // Splits (new blocks at the end of the file) and a leaf emptied (a block freed).
+  uint32_t recno = 5001;
+  for (int i = 0; i < 200; ++i, ++recno) {
+    const std::string key = paddedKey("K002500" + std::to_string(i), 20);
+    update->insert(0, key, recno);
+    model.insert(key, recno);
+  }
+  for (uint32_t r = 1; r <= 100; ++r) {
+    ASSERT_TRUE(update->remove(0, entries[r - 1].first, r));
+    model.remove(entries[r - 1].first, r);
+  }
+  update->writeChangedNodes();
+  const Raw ahead(path);
+  EXPECT_EQ(ahead.bytes.substr(0, 48), before.bytes.substr(0, 48)) << "the file header";
+  EXPECT_EQ(ahead.bytes.substr(ahead.tagHeader(info), 512), before.bytes.substr(before.tagHeader(info), 512))
+      << "the tag header";
+  EXPECT_GT(ahead.bytes.size(), before.bytes.size()) << "the split-off blocks";
+  EXPECT_NE(ahead.bytes.substr(0, before.bytes.size()), before.bytes) << "the changed leaves";
+
+  // Two more keys, into a leaf with room: the freed blocks stay free.
+  for (int i = 0; i < 2; ++i, ++recno) {
+    const std::string key = paddedKey("K004000" + std::to_string(i), 20);
+    update->insert(0, key, recno);
+    model.insert(key, recno);
+  }
+  update->flush();
+  const Raw after(path);
+  EXPECT_EQ(after.serial(info), uint8_t(before.serial(info) + 1));
+  EXPECT_NE(after.freeHead(), 0u);
+  EXPECT_EQ(after.freeCount(), before.freeCount() + 2);
+  EXPECT_EQ(walked(path, 0), model.entries());
+  EXPECT_EQ(update->verify(0), "");
+  expectHeadersMatchTree(path, update->tags()[0], 2);
+}
+
 TEST_F(MdxUpdateTest, RefusesAChildOutsideTheFileWithoutWritingAByte) {
   path = dir.file("ROTO.MDX");
   writeMdx(path, "ROTO", 0x1B, {{"NOMBRE", "NOMBRE", "", 'C', 20, false, false, numbered(6000)}});

@@ -452,6 +452,9 @@ void MdxTags::placePending() {
       pendingRows_ = 0;
     }
     placeEntries(*update_, part);
+    // The blocks go out now too, so that the run's end has only the last
+    // part's to write: the run holds the lock and the mark meanwhile.
+    update_->writeChangedNodes();
     for (TagEntries& e : part) {
       e.keys.clear();
       e.recnos.clear();

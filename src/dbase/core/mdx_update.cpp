@@ -361,27 +361,19 @@ void MdxUpdate::writeNode(const Node& node, unsigned char* block) const {
   if (!node.leaf) put32(block + kNodeHeaderBytes + n * info.itemLength, node.pointers.back());
 }
 
-void MdxUpdate::flush() {
-  // Everything that reads the file comes first, so that damage met here
-  // stops the flush before anything is written.
-  struct Edges {
-    uint32_t first, last;
-  };
-  std::vector<Edges> edges(tags_.size());
-  for (size_t t = 0; t < tags_.size(); ++t)
-    if (state_[t].changed) edges[t] = {edgeLeaf(t, false), edgeLeaf(t, true)};
-
+void MdxUpdate::writeBlocks(bool freedToo) {
   std::vector<uint32_t> pages;
   for (uint32_t page : dirty_) {
     const Node* node = cachedAt(page);
     if (node && node->dirty) pages.push_back(page);
   }
-  for (uint32_t page : freedHere_) pages.push_back(page);
+  if (freedToo)
+    for (uint32_t page : freedHere_) pages.push_back(page);
   std::sort(pages.begin(), pages.end());
   pages.erase(std::unique(pages.begin(), pages.end()), pages.end());
 
   std::unordered_map<uint32_t, uint32_t> linkOf;  // free page -> next free page
-  for (size_t i = 0; i < free_.size() && !freedHere_.empty(); ++i)
+  for (size_t i = 0; freedToo && i < free_.size() && !freedHere_.empty(); ++i)
     if (freedHere_.count(free_[i])) linkOf[free_[i]] = i > 0 ? free_[i - 1] : freeLoaded_ ? 0 : diskFreeHead_;
 
   // Blocks on adjacent pages go out in one write, up to kRunBytes at a time:
@@ -409,8 +401,24 @@ void MdxUpdate::flush() {
   for (uint32_t page : dirty_)
     if (Node* node = cachedAt(page)) node->dirty = false;
   dirty_.clear();
-  freedHere_.clear();
+  if (freedToo) freedHere_.clear();
   fileSize_ = std::max<uint64_t>(fileSize_, uint64_t(totalPages_) * kPageBytes);
+}
+
+void MdxUpdate::writeChangedNodes() { writeBlocks(false); }
+
+void MdxUpdate::flush() {
+  // Everything that reads the file comes first, so that damage met here
+  // stops the flush before anything is written.
+  struct Edges {
+    uint32_t first, last;
+  };
+  std::vector<Edges> edges(tags_.size());
+  for (size_t t = 0; t < tags_.size(); ++t)
+    if (state_[t].changed) edges[t] = {edgeLeaf(t, false), edgeLeaf(t, true)};
+
+  writeBlocks(true);
+  auto fail = [&](const char* what) { throw Error(ErrorKind::Io, name_, systemError(what)); };
 
   for (size_t t = 0; t < tags_.size(); ++t) {
     TagState& s = state_[t];

@@ -70,6 +70,11 @@ class MdxUpdate {
   // header (pages in the file, head of the free list, date of the update).
   // Throws dbase::Error(Io) when a write fails.
   void flush();
+  // Writes the blocks of the nodes changed since the last write, ahead of
+  // flush(), which then has only what changed after. The file's trees are
+  // not whole again until flush(): for a writer that holds the index's lock
+  // and has left the mark of a write under way.
+  void writeChangedNodes();
   // When more than this many nodes are kept, forgets unchanged leaves until
   // half as many are left (interior nodes, few and on every path, stay).
   void trimCache(size_t keepAtMost);
@@ -156,6 +161,9 @@ class MdxUpdate {
   void checkedKey(size_t tag, std::string_view key) const;
   // The node as its block holds it on disk (the block zeroed before).
   void writeNode(const Node& node, unsigned char* block) const;
+  // Writes the changed nodes' blocks and, with `freedToo`, the blocks freed
+  // here, each linked to the next free page.
+  void writeBlocks(bool freedToo);
 
   // Tree walks (mdx_update_tree.cpp).
   uint32_t lastRecno(size_t tag, uint32_t page, size_t level);
