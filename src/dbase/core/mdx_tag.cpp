@@ -370,14 +370,16 @@ bool MdxTag::searchKey(const std::vector<int>& fields, const std::vector<std::st
   record.assign(blank_);
   bool possible = true;
   const size_t n = std::min(fields.size(), values.size());
-  std::vector<size_t> givenBytes(n, 0);  // the last value's length in the table's code page
+  std::vector<size_t>& givenBytes = scratchGiven_;  // each value's length in the table's code page
+  givenBytes.assign(n, 0);
   for (size_t i = 0; i < n; ++i) {
     const FieldDescriptor& f = file_.fields()[size_t(fields[i])];
     const std::string& value = values[i];
     switch (f.type) {
       case FieldType::Character:
       case FieldType::Memo: {
-        std::string bytes;
+        std::string& bytes = scratchValue_;
+        bytes.clear();
         possible &= encodeSearchText(file_, f, value, bytes);
         std::memcpy(record.data() + f.offset, bytes.data(), bytes.size());
         givenBytes[i] = bytes.size();
@@ -414,8 +416,7 @@ bool MdxTag::searchKey(const std::vector<int>& fields, const std::vector<std::st
   expression_.appendKey(record.data(), stored);
   if (!partial && n >= expression_.fields().size()) {
     appendOrderKey(stored, key);  // every field given, whole: the whole key
-  } else if (!appendPieceSearchKey(stored, std::vector<int>(fields.begin(), fields.begin() + long(n)), givenBytes,
-                                   partial, key)) {
+  } else if (!appendPieceSearchKey(stored, std::span<const int>(fields.data(), n), givenBytes, partial, key)) {
     // Fields that do not lead the key, or a key not laid out field by field:
     // the whole key, blanks where nothing was given, nearest at best.
     appendOrderKey(stored, key);
@@ -423,12 +424,17 @@ bool MdxTag::searchKey(const std::vector<int>& fields, const std::vector<std::st
   return possible;
 }
 
-bool MdxTag::appendPieceSearchKey(std::string_view stored, const std::vector<int>& fields,
-                                  const std::vector<size_t>& givenBytes, bool partial, std::string& key) const {
+bool MdxTag::appendPieceSearchKey(std::string_view stored, std::span<const int> fields,
+                                  std::span<const size_t> givenBytes, bool partial, std::string& key) const {
   if (pieces_.size() < 2 || fields.empty()) return false;
   // The pieces in order: constants go in whole; each field's piece must be
-  // the next field given.
-  std::string pieceKey;
+  // the next field given. They go straight onto the key, taken off again
+  // when the fields turn out not to lead it.
+  const size_t start = key.size();
+  auto fail = [&] {
+    key.resize(start);
+    return false;
+  };
   size_t next = 0;  // the next field given
   for (size_t i = 0; i + 1 < pieces_.size() && next < fields.size(); ++i) {
     const uint32_t from = pieces_[i], to = pieces_[i + 1];
@@ -439,22 +445,21 @@ bool MdxTag::appendPieceSearchKey(std::string_view stored, const std::vector<int
     }
     const std::string_view piece = stored.substr(from, to - from);
     if (owner < 0) {
-      file_.collation().appendKey(piece, pieceKey);
+      file_.collation().appendKey(piece, key);
       continue;
     }
-    if (owner != fields[next]) return false;
+    if (owner != fields[next]) return fail();
     const auto span = expression_.span(owner);
     const bool last = next + 1 == fields.size();
     if (last && partial)
-      file_.collation().appendPrefixKey(piece.substr(0, std::min<size_t>(givenBytes[next], piece.size())), pieceKey);
+      file_.collation().appendPrefixKey(piece.substr(0, std::min<size_t>(givenBytes[next], piece.size())), key);
     else
-      file_.collation().appendKey(piece, pieceKey);
+      file_.collation().appendKey(piece, key);
     if (to == span->first + span->second) ++next;
   }
-  if (next < fields.size()) return false;
+  if (next < fields.size()) return fail();
   if (info_.descending)
-    for (char& c : pieceKey) c = char(~uint8_t(c));
-  key += pieceKey;
+    for (size_t i = start; i < key.size(); ++i) key[i] = char(~uint8_t(key[i]));
   return true;
 }
 

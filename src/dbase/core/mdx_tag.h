@@ -24,6 +24,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -105,8 +106,8 @@ class MdxTag final : public Tag {
   void appendOrderKey(std::string_view stored, std::string& out) const;
   // The search key piece by piece, when the fields given are the key's
   // leading fields in order; false otherwise.
-  bool appendPieceSearchKey(std::string_view stored, const std::vector<int>& fields,
-                            const std::vector<size_t>& givenBytes, bool partial, std::string& key) const;
+  bool appendPieceSearchKey(std::string_view stored, std::span<const int> fields, std::span<const size_t> givenBytes,
+                            bool partial, std::string& key) const;
 
   // Serving from the tree: a few walks, one for each cursor lately served,
   // the most recently used last.
@@ -132,8 +133,10 @@ class MdxTag final : public Tag {
   std::function<void()> beforeLoading_;
   std::vector<std::unique_ptr<MdxFile::Walk>> walks_;
   size_t treeBlocks_ = 0;  // read by the walks since the tag last loaded
-  // Reused by every search: a blank row, the row searched for, its key.
-  std::string blank_, scratchRecord_, scratchKey_;
+  // Reused by every search: a blank row, the row searched for, its key, a
+  // value in the table's code page, and each value's length in it.
+  std::string blank_, scratchRecord_, scratchKey_, scratchValue_;
+  std::vector<size_t> scratchGiven_;
   std::string scratchOrder_;  // an entry's order key, compared in a walk down the tree
 };
 
