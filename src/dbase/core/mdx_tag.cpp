@@ -171,7 +171,10 @@ bool MdxTag::shows(uint32_t recno) const {
 
 void MdxTag::place(uint32_t recno) {
   if (!shows(recno)) return;
-  std::string stored, orderKey;
+  std::string& stored = scratchKey_;
+  std::string& orderKey = scratchOrder_;
+  stored.clear();
+  orderKey.clear();
   expression_.appendKey(file_.record(recno), stored);
   appendOrderKey(stored, orderKey);
   // A unique tag holds the first row of a key only, as the index file does.

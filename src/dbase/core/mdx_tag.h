@@ -137,7 +137,7 @@ class MdxTag final : public Tag {
   // value in the table's code page, and each value's length in it.
   std::string blank_, scratchRecord_, scratchKey_, scratchValue_;
   std::vector<size_t> scratchGiven_;
-  std::string scratchOrder_;  // an entry's order key, compared in a walk down the tree
+  std::string scratchOrder_;  // an entry's order key, compared in a walk down the tree, or a row's placed
 };
 
 }  // namespace dbase
