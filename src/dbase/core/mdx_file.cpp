@@ -202,7 +202,10 @@ bool MdxFile::adoptOwnWrite(const std::vector<MdxTagInfo>& written) {
 
 bool MdxFile::changedOnDisk(Look look) const {
   struct stat st {};
-  if (look == Look::ByPath ? ::stat(path_.c_str(), &st) != 0 : ::fstat(fd_, &st) != 0 || st.st_nlink == 0) return true;
+  // Through the open file, a file with no name left was replaced or removed.
+  const bool gone = look == Look::ByPath ? ::stat(path_.c_str(), &st) != 0
+                                         : ::fstat(fd_, &st) != 0 || st.st_nlink == 0;
+  if (gone) return true;
   if (uint64_t(st.st_size) != fileSize_ || modifiedNs(st) != modifiedNs_ || uint64_t(st.st_ino) != inode_ ||
       uint64_t(st.st_dev) != device_)
     return true;

@@ -100,9 +100,13 @@ std::string MdxTags::pathFor(const std::string& dbfPath) {
 std::string MdxTags::markFor(const std::string& mdxPath) { return mdxPath + ".escribiendo"; }
 
 void MdxTags::forgetWriter() {
+  {
+    // What waits is dropped first, so that the worker ends with its part.
+    std::lock_guard<std::mutex> guard(pendingMutex_);
+    pending_.clear();
+    pendingRows_ = 0;
+  }
   placing_.discard();
-  pending_.clear();
-  pendingRows_ = 0;
   placingBusy_ = false;
   update_.reset();
   writing_.clear();
