@@ -13,6 +13,7 @@
 #include "dbase/core/field_value.h"
 #include "dbase/core/mdx_build.h"
 #include "dbase/core/mdx_tags.h"
+#include "support/cache_limit.h"
 #include "support/recorrido_mdx.h"
 #include "support/tables.h"
 #include "support/temp_dir.h"
@@ -93,9 +94,8 @@ TEST_F(CargaEnBloque, ALoadOnATableWithoutAnIndexDoesNothingSpecial) {
 TEST_F(CargaEnBloque, ALoadKilledHalfWayLeavesATableWhoseNextOpeningWritesTheIndexAnew) {
   const std::string nuevas = filas(3, 2000);
   // The child opens the table itself: nothing of it may stay open here.
-  const uint64_t limiteCache = DbfFile::cacheLimit();
   file.reset();
-  DbfFile::setCacheLimit(0);
+  const testsupport::CacheLimit sinCache;
   const pid_t hijo = fork();
   if (hijo == 0) {
     auto f = DbfFile::open(dir.file("CALLES.DBF"));
@@ -116,5 +116,4 @@ TEST_F(CargaEnBloque, ALoadKilledHalfWayLeavesATableWhoseNextOpeningWritesTheInd
   EXPECT_NE(indice.warnings()[0].find("se ha rehecho a partir de las filas"), std::string::npos);
   EXPECT_FALSE(fs::exists(marca()));
   esperaTodasEnCadaTag(2002);
-  DbfFile::setCacheLimit(limiteCache);
 }

@@ -29,6 +29,7 @@
 #include "dbase/core/mdx_build.h"
 #include "dbase/core/mdx_tag.h"
 #include "dbase/core/mdx_tags.h"
+#include "support/cache_limit.h"
 #include "support/recorrido_mdx.h"
 #include "support/semilla.h"
 #include "support/tables.h"
@@ -277,15 +278,13 @@ size_t compruebaEtiquetas(const TempDir& dir, const std::string& nombre, uint32_
 struct TablaCompartida {
   TempDir dir;
   std::string tabla = dir.file("CONCUR.DBF");
-  uint64_t limiteCache = DbfFile::cacheLimit();
+  testsupport::CacheLimit sinCache;
   TablaCompartida() {
-    DbfFile::setCacheLimit(0);
     createTableWithTags(tabla,
                         {charField("ESCRITOR", 1), numField("NUMERO", 6), charField("NOMBRE", 20), charField("CODIGO", 8)},
                         0x14, kEtiquetas);
     std::fflush(stdout);  // the children's copies of the buffer stay empty
   }
-  ~TablaCompartida() { DbfFile::setCacheLimit(limiteCache); }
 };
 
 }  // namespace

@@ -24,6 +24,7 @@
 #include "dbase/core/mdx_file.h"
 #include "dbase/core/mdx_tag.h"
 #include "dbase/core/mdx_tags.h"
+#include "support/cache_limit.h"
 #include "support/tables.h"
 #include "support/temp_dir.h"
 
@@ -493,8 +494,7 @@ TEST_F(IndexUpkeep, ARunHoldsTheTableSoAnotherProgramsAppendWaitsForItsEndButNot
   // The run goes on in a child that opens the table itself: nothing of it
   // may stay open here, or both would share one descriptor and its locks.
   file.reset();
-  const uint64_t cacheLimit = DbfFile::cacheLimit();
-  DbfFile::setCacheLimit(0);
+  const CacheLimit noCache;
   int started[2], go[2];
   ASSERT_EQ(pipe(started), 0);
   ASSERT_EQ(pipe(go), 0);
@@ -540,7 +540,6 @@ TEST_F(IndexUpkeep, ARunHoldsTheTableSoAnotherProgramsAppendWaitsForItsEndButNot
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
   file->append(row("41", "Sevilla", "680000"));  // the run is over
   EXPECT_EQ(file->recordCount(), 7u);
-  DbfFile::setCacheLimit(cacheLimit);
   expectIndexAsRebuilt();
 }
 

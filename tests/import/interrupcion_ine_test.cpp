@@ -27,6 +27,7 @@
 #include "dbase/core/mdx_build.h"
 #include "dbase/core/mdx_tags.h"
 #include "guarda_comun.h"
+#include "support/cache_limit.h"
 #include "support/callejero_ine.h"
 #include "support/recorrido_mdx.h"
 #include "support/semilla.h"
@@ -52,8 +53,6 @@ const std::vector<dbase::TagDefinition> kEtiquetas = {{"VIA", "PROVINCIA+CAPITAL
 class InterrupcionIneTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    limiteCache = dbase::DbfFile::cacheLimit();
-    dbase::DbfFile::setCacheLimit(0);  // every opening reads what the killed run left
     testsupport::escribeJuegoDeReferencia(dir.path());
     testsupport::writeFile(dir.file("TiposVia.csv"), "TIPO_VIA;SINONIMO;DESCRIPCION;COMENTARIO\nCALLE;CALLE;CALLE;\n");
     {
@@ -71,8 +70,6 @@ class InterrupcionIneTest : public ::testing::Test {
     testsupport::writeFile(dir.file("VIAS.P28"), texto(vias));
     testsupport::writeFile(dir.file("TRAM.P28"), texto(tramos));
   }
-  void TearDown() override { dbase::DbfFile::setCacheLimit(limiteCache); }
-
   std::string rutaCalles() const { return dir.file("Postales/POSTAL28.DBF"); }
   std::string rutaIndice() const { return dir.file("Postales/POSTAL28.MDX"); }
   QStringList argumentos() const {
@@ -99,7 +96,7 @@ class InterrupcionIneTest : public ::testing::Test {
   }
 
   testsupport::TempDir dir;
-  uint64_t limiteCache = 0;
+  testsupport::CacheLimit sinCache;  // every opening reads what the killed run left
   int reparaciones = 0;
 };
 

@@ -29,6 +29,7 @@
 #include "dbase/core/mdx_build.h"
 #include "dbase/core/mdx_tags.h"
 #include "import/guarda_comun.h"
+#include "support/cache_limit.h"
 #include "support/recorrido_mdx.h"
 #include "support/semilla.h"
 #include "support/tras_un_corte.h"
@@ -247,14 +248,9 @@ class InterrupcionConIndiceTest : public InterrupcionTest {
  protected:
   void SetUp() override {
     InterrupcionTest::SetUp();
-    // Every opening reads the disk: what the engine says on opening is what
-    // the killed run left, not what this process saw before.
-    limiteCache = dbase::DbfFile::cacheLimit();
-    dbase::DbfFile::setCacheLimit(0);
     auto tabla = dbase::DbfFile::open(rutaCalles());
     dbase::rebuildProductionIndex(*tabla, kEtiquetas);
   }
-  void TearDown() override { dbase::DbfFile::setCacheLimit(limiteCache); }
 
   std::string rutaIndice() const { return dir.file("POSTAL.MDX"); }
 
@@ -304,7 +300,9 @@ class InterrupcionConIndiceTest : public InterrupcionTest {
     entradas += filas * kEtiquetas.size();
   }
 
-  uint64_t limiteCache = 0;
+  // Every opening reads the disk: what the engine says on opening is what
+  // the killed run left, not what this process saw before.
+  testsupport::CacheLimit sinCache;
   int reparaciones = 0, comprobaciones = 0;
   uint64_t entradas = 0;
 };
