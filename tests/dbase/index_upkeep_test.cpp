@@ -25,6 +25,7 @@
 #include "dbase/core/mdx_tag.h"
 #include "dbase/core/mdx_tags.h"
 #include "support/cache_limit.h"
+#include "support/index_lock.h"
 #include "support/tables.h"
 #include "support/temp_dir.h"
 
@@ -52,11 +53,7 @@ std::map<std::string, Entries> walkAll(const std::string& mdxPath) {
 // would ask (through a description of the file of its own).
 bool indexLockHeld(const std::string& mdxPath) {
   const int fd = ::open(mdxPath.c_str(), O_RDONLY);
-  struct flock probe {};
-  probe.l_type = F_WRLCK;
-  probe.l_whence = SEEK_SET;
-  probe.l_start = off_t(kIndexLockOffset);
-  probe.l_len = 1;
+  struct flock probe = indexLockByte();
   const bool held = fd >= 0 && fcntl(fd, F_OFD_GETLK, &probe) == 0 && probe.l_type != F_UNLCK;
   if (fd >= 0) ::close(fd);
   return held;
@@ -252,11 +249,7 @@ TEST_F(IndexUpkeep, AnotherProgramsIndexLockMakesTheWriteWaitThenFailWithoutWrit
   const pid_t child = fork();
   if (child == 0) {
     const int fd = ::open(dir.file("MUNI.MDX").c_str(), O_RDWR);
-    struct flock l {};
-    l.l_type = F_WRLCK;
-    l.l_whence = SEEK_SET;
-    l.l_start = off_t(kIndexLockOffset);
-    l.l_len = 1;
+    struct flock l = indexLockByte();
     if (fcntl(fd, F_OFD_SETLK, &l) != 0) _exit(1);
     (void)!write(ready[1], "x", 1);
     sleep(3);

@@ -24,6 +24,7 @@
 #include "dbase/core/mdx_tag.h"
 #include "dbase/core/mdx_tags.h"
 #include "services/Ruttb.h"
+#include "support/index_lock.h"
 #include "support/tables.h"
 #include "support/temp_dir.h"
 
@@ -370,11 +371,7 @@ TEST(ProductionIndex, AnIndexReadWhileAnotherProgramChangesItIsReadAgainOnceTheC
     // Another program, with the index's lock, halfway through a change: the
     // tag's root already points at a block the file does not have yet.
     const int fd = ::open(mdxPath.c_str(), O_RDWR);
-    struct flock lock {};
-    lock.l_type = F_WRLCK;
-    lock.l_whence = SEEK_SET;
-    lock.l_start = off_t(kIndexLockOffset);
-    lock.l_len = 1;
+    struct flock lock = indexLockByte();
     if (fd < 0 || ::fcntl(fd, F_OFD_SETLKW, &lock) != 0) ::_exit(1);
     unsigned char root[4];
     if (::pread(fd, root, 4, off_t(rootAt)) != 4) ::_exit(1);
