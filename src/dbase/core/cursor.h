@@ -82,12 +82,15 @@ class Cursor {
 
  private:
   void useOrder(Tag* tag, const std::vector<int>& fields);
-  // Moves to the row a tag serving unranked answers; false (nothing moved)
-  // when the order cannot serve so now.
+  // The order in force serving without ranks (the physical order, or a tag
+  // that can): whether it can now, whether it shows a row, the row beside
+  // one (0 past the edge, Tag::kLost when it must rank), its first or last.
   bool unrankedOrder();
   bool showsUnranked(uint32_t recno);
   uint32_t besideUnranked(uint32_t recno, bool after);
   uint32_t edgeUnranked(bool last);
+  // Moves to the row the order serving unranked answers; false (nothing
+  // moved) when it cannot serve so now.
   template <class Ask>
   bool moveUnranked(Ask&& ask);
   void standUnranked(uint32_t recno);  // 0: the view is empty
