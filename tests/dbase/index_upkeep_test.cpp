@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <map>
 #include <random>
+#include <thread>
 
 #include "dbase/TTable.h"
 #include "dbase/core/cursor.h"
@@ -418,6 +419,37 @@ TEST(IndexUpkeepLongRun, ARunOfMoreRowsThanWaitAtOncePlacesThemAllInOrder) {
   for (size_t i = 1; i < entries.size(); ++i)
     ASSERT_TRUE(entries[i - 1] < entries[i]) << "entries " << i - 1 << " and " << i << " out of order";
   EXPECT_FALSE(fs::exists(MdxTags::markFor(dir.file("LARGA.MDX"))));
+}
+
+// A run storing a row now and then (an import, one street at a time) has its
+// rows placed and their blocks written while it goes on, not all at its end;
+// the file's headers still wait for the end.
+TEST(IndexUpkeepLongRun, ASlowRunsRowsReachTheIndexBlocksWhileItGoesOn) {
+  TempDir dir;
+  auto file = createTableWithTags(dir.file("LENTA.DBF"), {charField("CODIGO", 6)}, 0x14,
+                                  {{"CODIGO", "CODIGO", "", false, false}});
+  const std::string mdxPath = dir.file("LENTA.MDX");
+  MdxTags::of(*file);
+  const std::string headerBefore = readFile(mdxPath).substr(0, 48);
+  auto store = [&](const std::string& code) {
+    std::string r = file->blankRecord();
+    r.replace(1, code.size(), code);
+    file->append(r);
+  };
+  WriteBatch run(*file);
+  for (int i = 0; i < 20; ++i) store("Q" + std::to_string(10000 + i));
+  bool placed = false;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+  while (!placed && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    store("R" + std::to_string(10000 + int(file->recordCount())));  // the run goes on
+    placed = readFile(mdxPath).find("Q10000") != std::string::npos;
+  }
+  EXPECT_TRUE(placed) << "no row of the run reached the index file before its end";
+  EXPECT_EQ(readFile(mdxPath).substr(0, 48), headerBefore);
+  run.finish();
+  const auto entries = walkAll(mdxPath).at("CODIGO");
+  EXPECT_EQ(entries.size(), size_t(file->recordCount()));
 }
 
 // A run's appended rows are placed in the tree while it goes on; damage met

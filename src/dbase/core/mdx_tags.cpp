@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 
 #include "dbase/core/dbf_file.h"
@@ -418,11 +419,14 @@ void MdxTags::moveEntries(uint32_t recno, const char* oldRecord) {
 }
 
 void MdxTags::handOver(uint32_t first, uint32_t last) {
-  // placing_ is set to work once a few rows wait (waking it for every row
-  // would cost more than placing the row), and it takes whatever has come
-  // meanwhile each time it is free. A bound on the entries pending at once,
-  // should the placing fall behind.
+  // placing_ is set to work once a few rows wait, and no sooner than a
+  // moment after it last was: waking another core costs more than placing a
+  // handful of rows, so a slow run (one street at a time) wakes it a few
+  // hundred times a second rather than at every sixteenth row. Once at
+  // work, it takes whatever has come each time it is free. A bound on the
+  // entries pending at once, should the placing fall behind.
   constexpr uint32_t kFewestToStart = 16, kMostPending = 1u << 18;
+  constexpr auto kLeastBetweenStarts = std::chrono::milliseconds(2);
   bool full = false;
   {
     std::lock_guard<std::mutex> guard(pendingMutex_);
@@ -430,17 +434,19 @@ void MdxTags::handOver(uint32_t first, uint32_t last) {
     pendingRows_ += last - first + 1;
     full = pendingRows_ >= kMostPending;
   }
-  startPlacing(kFewestToStart);
-  if (full) placeWaitingAppends();
+  if (full) return placeWaitingAppends();
+  const auto now = std::chrono::steady_clock::now();
+  if (now - lastStarted_ >= kLeastBetweenStarts && startPlacing(kFewestToStart)) lastStarted_ = now;
 }
 
-void MdxTags::startPlacing(uint32_t fewestRows) {
+bool MdxTags::startPlacing(uint32_t fewestRows) {
   {
     std::lock_guard<std::mutex> guard(pendingMutex_);
-    if (placingBusy_ || pendingRows_ == 0 || pendingRows_ < fewestRows) return;
+    if (placingBusy_ || pendingRows_ == 0 || pendingRows_ < fewestRows) return false;
     placingBusy_ = true;
   }
   placing_.post([this] { placePending(); });
+  return true;
 }
 
 void MdxTags::placePending() {

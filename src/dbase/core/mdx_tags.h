@@ -29,6 +29,7 @@
 // repaired the same way.
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -124,8 +125,8 @@ class MdxTags : public RowListener {
   // placing_ is set to work on them if it is not already.
   void handOver(uint32_t first, uint32_t last);
   // Sets placing_ to work when at least fewestRows rows are pending and it
-  // is not at work already.
-  void startPlacing(uint32_t fewestRows);
+  // is not at work already; says whether it did.
+  bool startPlacing(uint32_t fewestRows);
   // On placing_'s thread: takes what is pending and places it, until
   // nothing is left.
   void placePending();
@@ -181,6 +182,7 @@ class MdxTags : public RowListener {
   std::vector<TagEntries> pending_;
   uint32_t pendingRows_ = 0;
   bool placingBusy_ = false;  // a job of placing_ takes what comes to pending_
+  std::chrono::steady_clock::time_point lastStarted_;  // handOver's last start of placing_
   mutable SerialWorker placing_;
   void forgetWriter();
   bool repairing_ = false;
