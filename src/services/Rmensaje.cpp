@@ -109,9 +109,10 @@ TVentanaEspera::~TVentanaEspera() { ventanasVivas().remove(this); }
 
 QString TVentanaEspera::texto() const { return etiqueta_->text(); }
 
-void TVentanaEspera::ponTexto(const QString& texto) {
-  etiqueta_->setText(texto);
-  if (!isVisible()) return;
+void TVentanaEspera::ponTexto(const QString& texto) { etiqueta_->setText(texto); }
+
+void TVentanaEspera::ajustaAlTexto() {
+  if (!isVisible()) return;  // showing it sizes it to its text
   // Grow only: a window that shrinks and jumps at every step is hard to read.
   const QSize deseado = sizeHint();
   if (deseado.width() > width() || deseado.height() > height())
@@ -261,6 +262,7 @@ void PresentadorMensajesQt::muestraYPinta(TVentanaEspera* ventana, bool dejaPasa
     ventana->show();
     ventana->raise();
   }
+  ventana->ajustaAlTexto();
   if (dejaPasarEventos)
     pintaYa(ventana);
   else

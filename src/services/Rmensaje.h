@@ -43,6 +43,10 @@ class TVentanaEspera : public QFrame {
 
   QString texto() const;
   void ponTexto(const QString& texto);
+  // Grows the shown window to fit its text. Measuring a text costs more
+  // than changing it, and a long run changes it at every row: the presenter
+  // fits the window when it paints, a few times a second.
+  void ajustaAlTexto();
   QLabel* etiqueta() const { return etiqueta_; }
 
   // Whether the handle still names a live window (its owner may have taken it

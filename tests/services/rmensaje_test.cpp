@@ -321,6 +321,28 @@ TEST(Rmensaje, WaitWindowGrowsToFitALongerText) {
   TVentanaEspera* espera = MuestraMensaje("Corto", nullptr);
   ASSERT_NE(espera, nullptr);
   CambiaMensaje(QString(200, 'x'), espera);
+  // Fitted when it is painted next, a moment later at most.
+  QPointer<TVentanaEspera> vigilada(espera);
+  EXPECT_TRUE(QTest::qWaitFor([&] { return vigilada && vigilada->width() >= vigilada->sizeHint().width(); }, 1000));
+  EXPECT_GE(espera->width(), espera->sizeHint().width());
+  CierraMensaje(espera);
+}
+
+// A run changes the text at every row; measuring it each time cost more
+// than the run's own work. The window is fitted when it is painted.
+TEST(Rmensaje, WaitWindowIsFittedToItsTextWhenPaintedNotAtEveryChange) {
+  PresentadorMensajesQt qt;
+  qt.setIntervaloPintura(60000);
+  PresentadorMensajesTemporal usa(&qt);
+  TVentanaEspera* espera = MuestraMensaje("Corto", nullptr);
+  ASSERT_NE(espera, nullptr);
+  ASSERT_TRUE(espera->isVisible());  // the first paint is at once
+  const int ancho = espera->width();
+  CambiaMensaje(QString(200, 'x'), espera);  // within the interval: not painted
+  EXPECT_EQ(espera->width(), ancho);
+  EXPECT_LT(ancho, espera->sizeHint().width());
+  qt.setIntervaloPintura(0);
+  CambiaMensaje(QString(201, 'x'), espera);  // painted
   EXPECT_GE(espera->width(), espera->sizeHint().width());
   CierraMensaje(espera);
 }
