@@ -78,9 +78,10 @@ MdxTag::MdxTag(const DbfFile& file, const MdxTagInfo& info, KeyExpression expres
     : file_(file),
       info_(info),
       expression_(std::move(expression)),
-      pieces_(keyPieces(expression_)),
       condition_(std::move(condition)),
-      rows_(file.name()) {}
+      rows_(file.name()) {
+  layPieces();
+}
 
 MdxTag::~MdxTag() = default;
 
@@ -90,11 +91,21 @@ void MdxTag::reset(const MdxFile& mdx, size_t index, KeyExpression expression,
   index_ = index;
   info_ = mdx.tags()[index];
   expression_ = std::move(expression);
-  pieces_ = keyPieces(expression_);
+  layPieces();
   condition_ = std::move(condition);
   loaded_ = false;
   forgetWalks();
   treeBlocks_ = 0;
+}
+
+void MdxTag::layPieces() {
+  pieces_ = keyPieces(expression_);
+  pieceOwners_.assign(pieces_.empty() ? 0 : pieces_.size() - 1, -1);
+  for (size_t i = 0; i < pieceOwners_.size(); ++i)
+    for (int f : expression_.fields()) {
+      const auto span = expression_.span(f);
+      if (span && span->first <= pieces_[i] && pieces_[i] < span->first + span->second) pieceOwners_[i] = f;
+    }
 }
 
 void MdxTag::rebind(const MdxFile& mdx, size_t index) {
@@ -441,11 +452,7 @@ bool MdxTag::appendPieceSearchKey(std::string_view stored, std::span<const int> 
   size_t next = 0;  // the next field given
   for (size_t i = 0; i + 1 < pieces_.size() && next < fields.size(); ++i) {
     const uint32_t from = pieces_[i], to = pieces_[i + 1];
-    int owner = -1;
-    for (int f : expression_.fields()) {
-      const auto span = expression_.span(f);
-      if (span && span->first <= from && from < span->first + span->second) owner = f;
-    }
+    const int owner = pieceOwners_[i];
     const std::string_view piece = stored.substr(from, to - from);
     if (owner < 0) {
       file_.collation().appendKey(piece, key);

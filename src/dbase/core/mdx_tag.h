@@ -119,11 +119,14 @@ class MdxTag final : public Tag {
   // Steps until a row the view shows; 0 at the end, kLost when the file changed.
   uint32_t stepToShown(TreeRead& read, MdxFile::Walk& walk, bool forward);
   void forgetWalks();
+  // pieces_ and pieceOwners_, from expression_.
+  void layPieces();
 
   const DbfFile& file_;
   MdxTagInfo info_;
   KeyExpression expression_;
   std::vector<uint32_t> pieces_;
+  std::vector<int> pieceOwners_;  // the field each piece of the key comes from; -1 for a constant
   const MdxFile* mdx_ = nullptr;
   size_t index_ = 0;
   bool loaded_ = false;
