@@ -484,6 +484,23 @@ TEST_F(CursorTest, OrderChangeAfterTheLastRowWasDeletedElsewhereShowsAnEmptyView
   EXPECT_EQ(c.recno(), 0u);
 }
 
+TEST_F(CursorTest, TableWhoseRowsAreAllDeletedIsEmptyAndOneLiveRowMakesItNot) {
+  Cursor c(file);
+  const uint32_t rows = file->recordCount();
+  for (uint32_t r = 1; r <= rows; ++r) {
+    std::string record(file->record(r), file->recordLength());
+    record[0] = '*';
+    file->update(r, record);
+  }
+  EXPECT_TRUE(c.empty());
+  EXPECT_EQ(c.count(), 0u);
+  std::string last(file->record(rows), file->recordLength());
+  last[0] = ' ';
+  file->update(rows, last);
+  EXPECT_FALSE(c.empty());
+  EXPECT_EQ(c.count(), 1u);
+}
+
 namespace {
 
 // A table bigger than the small fixture: NOMBRE unique and in reverse name

@@ -399,6 +399,13 @@ class ColdTable : public ::testing::Test {
 // large pages: the tables are large enough for a few of them to be a part.
 constexpr uint32_t kWideRows = 100000;
 
+TEST_F(ColdTable, WhetherATableIsEmptyIsToldWithoutReadingItWhole) {
+  auto file = DbfFile::open(wideTable(kWideRows));
+  Cursor cursor(file);
+  EXPECT_FALSE(cursor.empty());
+  EXPECT_LT(file->memoryBytes(), size_t(kWideRows) * file->recordLength() / 2);
+}
+
 TEST_F(ColdTable, PhysicalOrderStepsOverDeletedRowsWithoutReadingTheWholeTable) {
   constexpr uint32_t kRows = kWideRows;
   auto file = DbfFile::open(wideTable(kRows));

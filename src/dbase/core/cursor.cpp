@@ -550,7 +550,15 @@ void Cursor::prior() {
     bof_ = true;
 }
 
-bool Cursor::empty() { return count() == 0; }
+bool Cursor::empty() {
+  if (tag_ || filter_) return count() == 0;
+  // Every live row shows: the first one answers. Counting them would read
+  // every row of a table whose deleted rows are not known yet.
+  file_->syncWithDisk();
+  for (uint32_t r = 1; r <= file_->recordCount(); ++r)
+    if (!file_->isDeleted(r)) return false;
+  return true;
+}
 
 size_t Cursor::count() {
   if (unranked_) rank();
