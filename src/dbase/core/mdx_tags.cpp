@@ -473,8 +473,10 @@ void MdxTags::placePending() {
 }
 
 void MdxTags::placeWaitingAppends() {
-  startPlacing(1);
-  placing_.wait();
+  placing_.wait();  // the part under way, if any; a failure there goes on from here
+  // What is left is placed here: the caller would only wait for another
+  // thread to start and do it.
+  placePending();
 }
 
 void MdxTags::rowChanged(uint32_t recno, const char* oldRecord) {

@@ -127,8 +127,8 @@ class MdxTags : public RowListener {
   // Sets placing_ to work when at least fewestRows rows are pending and it
   // is not at work already; says whether it did.
   bool startPlacing(uint32_t fewestRows);
-  // On placing_'s thread: takes what is pending and places it, until
-  // nothing is left.
+  // Takes what is pending and places it, until nothing is left: on
+  // placing_'s thread, or on the run's once placing_ is done.
   void placePending();
   // Every pending entry in the trees: update_ is this thread's again.
   void placeWaitingAppends();
