@@ -551,13 +551,14 @@ void Cursor::prior() {
 }
 
 bool Cursor::empty() {
-  if (tag_ || filter_) return count() == 0;
-  // Every live row shows: the first one answers. Counting them would read
-  // every row of a table whose deleted rows are not known yet.
-  file_->syncWithDisk();
-  for (uint32_t r = 1; r <= file_->recordCount(); ++r)
-    if (!file_->isDeleted(r)) return false;
-  return true;
+  // Where the order serves without ranks its first row answers: counting
+  // would read every row of a table whose deleted rows are not known yet.
+  if (unrankedOrder()) {
+    file_->syncWithDisk();
+    const uint32_t first = edgeUnranked(false);
+    if (first != Tag::kLost) return first == 0;
+  }
+  return count() == 0;
 }
 
 size_t Cursor::count() {
