@@ -425,7 +425,7 @@ void MdxTags::handOver(uint32_t first, uint32_t last) {
   // hundred times a second rather than at every sixteenth row. Once at
   // work, it takes whatever has come each time it is free. A bound on the
   // entries pending at once, should the placing fall behind.
-  constexpr uint32_t kFewestToStart = 16, kMostPending = 1u << 18;
+  constexpr uint32_t kMostPending = 1u << 18;
   constexpr auto kLeastBetweenStarts = std::chrono::milliseconds(2);
   bool full = false;
   {
@@ -436,13 +436,14 @@ void MdxTags::handOver(uint32_t first, uint32_t last) {
   }
   if (full) return placeWaitingAppends();
   const auto now = std::chrono::steady_clock::now();
-  if (now - lastStarted_ >= kLeastBetweenStarts && startPlacing(kFewestToStart)) lastStarted_ = now;
+  if (now - lastStarted_ >= kLeastBetweenStarts && startPlacing()) lastStarted_ = now;
 }
 
-bool MdxTags::startPlacing(uint32_t fewestRows) {
+bool MdxTags::startPlacing() {
+  constexpr uint32_t kFewestToStart = 16;
   {
     std::lock_guard<std::mutex> guard(pendingMutex_);
-    if (placingBusy_ || pendingRows_ == 0 || pendingRows_ < fewestRows) return false;
+    if (placingBusy_ || pendingRows_ < kFewestToStart) return false;
     placingBusy_ = true;
   }
   placing_.post([this] { placePending(); });

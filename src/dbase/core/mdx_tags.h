@@ -124,9 +124,9 @@ class MdxTags : public RowListener {
   // Within a run: rows first..last's entries join those pending, and
   // placing_ is set to work on them if it is not already.
   void handOver(uint32_t first, uint32_t last);
-  // Sets placing_ to work when at least fewestRows rows are pending and it
-  // is not at work already; says whether it did.
-  bool startPlacing(uint32_t fewestRows);
+  // Sets placing_ to work when a few rows are pending and it is not at work
+  // already; says whether it did.
+  bool startPlacing();
   // Takes what is pending and places it, until nothing is left: on
   // placing_'s thread, or on the run's once placing_ is done.
   void placePending();
