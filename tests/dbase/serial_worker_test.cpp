@@ -1,6 +1,7 @@
 // Jobs posted to a SerialWorker run in order on a thread of their own, a
-// failure stops the jobs after it and reaches the poster at its next wait,
-// and a worker with nothing to do holds no thread.
+// failure stops the jobs after it (but for those posted to run even so) and
+// reaches the poster at its next wait, and a worker with nothing to do holds
+// no thread.
 #include "dbase/core/serial_worker.h"
 
 #include <gtest/gtest.h>
@@ -61,6 +62,25 @@ TEST(SerialWorker, AFailedJobReachesTheNextWaitAndTheJobsAfterItAreDropped) {
   worker.post([&] { done.push_back(4); });
   EXPECT_NO_THROW(worker.wait());
   EXPECT_EQ(done, (std::vector<int>{1, 4}));
+}
+
+// What lets go of something the failed job held still runs; the poster
+// hears of the first failure only.
+TEST(SerialWorker, AJobPostedToRunEvenAfterAFailureRunsWhenTheOthersAreDropped) {
+  SerialWorker worker;
+  std::vector<int> done;
+  worker.post([] { throw std::runtime_error("índice roto"); });
+  worker.post([&] { done.push_back(2); });
+  worker.post([&] { done.push_back(3); }, true);
+  worker.post([] { throw std::runtime_error("otra"); }, true);
+  worker.post([&] { done.push_back(5); });
+  try {
+    worker.wait();
+    FAIL() << "the job's failure was not rethrown";
+  } catch (const std::runtime_error& e) {
+    EXPECT_STREQ(e.what(), "índice roto");
+  }
+  EXPECT_EQ(done, std::vector<int>{3});
 }
 
 TEST(SerialWorker, FinishingKeepsAFailureForTheNextWait) {

@@ -7,10 +7,10 @@ namespace dbase {
 
 SerialWorker::~SerialWorker() { discard(); }
 
-void SerialWorker::post(std::function<void()> job) {
+void SerialWorker::post(std::function<void()> job, bool evenAfterAFailure) {
   {
     std::lock_guard<std::mutex> guard(mutex_);
-    jobs_.push_back(std::move(job));
+    jobs_.push_back({std::move(job), evenAfterAFailure});
   }
   if (thread_.joinable()) {
     posted_.notify_one();
@@ -20,14 +20,14 @@ void SerialWorker::post(std::function<void()> job) {
     thread_ = std::thread([this] { run(); });
   } catch (const std::system_error&) {
     // No thread to be had: the job runs here, as the poster would have.
-    std::function<void()> now;
+    Job now;
     {
       std::lock_guard<std::mutex> guard(mutex_);
       now = std::move(jobs_.back());
       jobs_.pop_back();
-      if (failure_) return;  // dropped, as after the failure it follows
+      if (failure_ && !now.evenAfterAFailure) return;  // dropped, as after the failure it follows
     }
-    now();
+    now.run();
   }
 }
 
@@ -36,19 +36,19 @@ void SerialWorker::run() {
   for (;;) {
     posted_.wait(lock, [&] { return !jobs_.empty() || closing_; });
     if (jobs_.empty()) return;
-    std::function<void()> job = std::move(jobs_.front());
+    Job job = std::move(jobs_.front());
     jobs_.pop_front();
-    if (failure_) continue;  // what follows a failed job is dropped
+    if (failure_ && !job.evenAfterAFailure) continue;  // what follows a failed job is dropped
     lock.unlock();
     std::exception_ptr thrown;
     try {
-      job();
+      job.run();
     } catch (...) {
       thrown = std::current_exception();
     }
-    job = nullptr;  // what it held goes before the poster hears it is done
+    job.run = nullptr;  // what it held goes before the poster hears it is done
     lock.lock();
-    if (thrown) failure_ = thrown;
+    if (thrown && !failure_) failure_ = thrown;
   }
 }
 

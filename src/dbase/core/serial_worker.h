@@ -26,9 +26,11 @@ class SerialWorker {
   SerialWorker(const SerialWorker&) = delete;
   SerialWorker& operator=(const SerialWorker&) = delete;
 
-  void post(std::function<void()> job);
+  // A job posted after one that threw is dropped, unless it is posted
+  // `evenAfterAFailure` (what lets go of something the others held).
+  void post(std::function<void()> job, bool evenAfterAFailure = false);
   // Until every job posted has run. Rethrows what a job threw; the jobs
-  // posted after it were dropped.
+  // posted after it were dropped, but for those posted to run even so.
   void wait();
   // The same, keeping what a job threw for the next wait().
   void finish() noexcept;
@@ -41,7 +43,11 @@ class SerialWorker {
 
   std::mutex mutex_;
   std::condition_variable posted_;
-  std::deque<std::function<void()>> jobs_;
+  struct Job {
+    std::function<void()> run;
+    bool evenAfterAFailure = false;
+  };
+  std::deque<Job> jobs_;
   std::exception_ptr failure_;
   bool closing_ = false;  // the thread ends once no job is left
   std::thread thread_;
