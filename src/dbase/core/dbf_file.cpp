@@ -925,18 +925,22 @@ void DbfFile::beginWriteBatch(bool wholeIndexAtEnd) {
     batchLookedAtDisk_ = false;  // the run's first append looks at the disk under its lock
     tellListeners([&](RowListener& l) { l.writeBatchStarted(wholeIndexAtEnd); });
   } catch (...) {
-    endWriteBatch();  // the listeners that started let go again
+    endWriteBatch(false);  // the listeners that started let go again
     throw;
   }
 }
 
-void DbfFile::endWriteBatch() {
+void DbfFile::endWriteBatch(bool inBackground) {
   if (--batchDepth_ > 0) return;
   struct LetGo {
     std::unique_ptr<AppendLock>& lock;
     ~LetGo() { lock.reset(); }
   } letGo{batchLock_};
-  tellListeners([](RowListener& l) { l.writeBatchEnded(); });
+  tellListeners([&](RowListener& l) { l.writeBatchEnded(inBackground); });
+}
+
+void DbfFile::settleWrites() {
+  tellListeners([](RowListener& l) { l.settle(); });
 }
 
 WriteBatch::WriteBatch(DbfFile& file, Upkeep upkeep) : file_(file) {
@@ -952,10 +956,14 @@ WriteBatch::~WriteBatch() {
   }
 }
 
-void WriteBatch::finish() {
+void WriteBatch::finish() { end(false); }
+
+void WriteBatch::finishInBackground() { end(true); }
+
+void WriteBatch::end(bool inBackground) {
   if (!open_) return;
   open_ = false;
-  file_.endWriteBatch();
+  file_.endWriteBatch(inBackground);
 }
 
 void DbfFile::setProductionIndexFlags(bool present, const std::vector<bool>& fieldKeyedAlone) {

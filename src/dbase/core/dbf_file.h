@@ -126,6 +126,10 @@ class DbfFile {
   void update(uint32_t recno, std::string_view record);
   // Whether a run of writes is under way (see WriteBatch below).
   bool inWriteBatch() const { return batchDepth_ > 0; }
+  // What runs ended with WriteBatch::finishInBackground left to write is
+  // written when this returns. Throws dbase::Error when it could not be
+  // (the index is then written anew from the rows, as after a cut write).
+  void settleWrites();
   // Marks in the header whether a production index goes with the table and
   // which fields a tag keys alone, as dBase does when it writes the index.
   void setProductionIndexFlags(bool present, const std::vector<bool>& fieldKeyedAlone);
@@ -199,7 +203,7 @@ class DbfFile {
   DbfFile() = default;
   friend class WriteBatch;
   void beginWriteBatch(bool wholeIndexAtEnd);
-  void endWriteBatch();
+  void endWriteBatch(bool inBackground);
   class WriteAnnounced;
   void tellListeners(const std::function<void(RowListener&)>& tell);
   void load();
@@ -301,8 +305,17 @@ class WriteBatch {
   WriteBatch& operator=(const WriteBatch&) = delete;
   // Ends the run now, throwing dbase::Error when the index cannot be written.
   void finish();
+  // Ends the run, leaving the index's last changes to be written on another
+  // core while the caller goes on, as runs that follow one another want:
+  // the index's lock and the mark of a write under way stay until they are
+  // written, and the table's next use (a search, a write, settleWrites,
+  // closing it) waits for them first and throws there what writing them
+  // threw. The rows are in the table, and in the tags as this process
+  // searches them, when this returns.
+  void finishInBackground();
 
  private:
+  void end(bool inBackground);
   DbfFile& file_;
   bool open_ = true;
 };

@@ -183,19 +183,30 @@ std::optional<std::pair<std::string, uint32_t>> MdxFile::lowerBound(size_t tag, 
 
 IndexFileLock MdxFile::sharedLock() const { return IndexFileLock(fd_, name_, LockMode::Shared); }
 
-bool MdxFile::adoptOwnWrite(const std::vector<MdxTagInfo>& written) {
+MdxFile::OwnWrite MdxFile::ownWrite(const std::string& path, const std::vector<MdxTagInfo>& written) {
+  OwnWrite own;
+  own.tags = written;
   struct stat st {};
-  if (::stat(path_.c_str(), &st) != 0 || uint64_t(st.st_ino) != inode_ || uint64_t(st.st_dev) != device_ ||
-      written.size() != tags_.size())
+  if (::stat(path.c_str(), &st) != 0) return own;
+  own.found = true;
+  own.size = uint64_t(st.st_size);
+  own.modifiedNs = modifiedNs(st);
+  own.inode = uint64_t(st.st_ino);
+  own.device = uint64_t(st.st_dev);
+  return own;
+}
+
+bool MdxFile::adoptOwnWrite(const OwnWrite& written) {
+  if (!written.found || written.inode != inode_ || written.device != device_ || written.tags.size() != tags_.size())
     return false;
-  fileSize_ = uint64_t(st.st_size);
-  modifiedNs_ = modifiedNs(st);
+  fileSize_ = written.size;
+  modifiedNs_ = written.modifiedNs;
   timesTrusted_ = false;  // just written: the next change may share its tick
   for (size_t i = 0; i < tags_.size(); ++i) {
     if (!faults_[i].empty()) continue;
-    if (!pageInFile(written[i].rootPage)) return false;  // read anew, with every check
-    tags_[i].rootPage = written[i].rootPage;
-    tags_[i].serial = written[i].serial;
+    if (!pageInFile(written.tags[i].rootPage)) return false;  // read anew, with every check
+    tags_[i].rootPage = written.tags[i].rootPage;
+    tags_[i].serial = written.tags[i].serial;
   }
   return true;
 }

@@ -154,11 +154,23 @@ class MdxFile {
   // The index's lock, shared (writers hold it alone): held while blocks are
   // read, no writer is halfway through a change.
   IndexFileLock sharedLock() const;
-  // This process changed the file in place, under its lock: each tag's root
-  // and change counter are now as `written` says (MdxUpdate::tags()), the
-  // size and times as the disk says. False, and nothing changed, when the
-  // path no longer names the file open here: it must be opened anew.
-  bool adoptOwnWrite(const std::vector<MdxTagInfo>& written);
+  // What this process's change to the file left on disk: each tag's root
+  // and change counter (MdxUpdate::tags()), and the file's size, times and
+  // identity as the disk says. Taken under the index's lock, before it goes
+  // (another program may write the moment it does).
+  struct OwnWrite {
+    std::vector<MdxTagInfo> tags;
+    bool found = false;  // the path named a file
+    uint64_t size = 0;
+    int64_t modifiedNs = 0;
+    uint64_t inode = 0;
+    uint64_t device = 0;
+  };
+  static OwnWrite ownWrite(const std::string& path, const std::vector<MdxTagInfo>& written);
+  // This process changed the file in place, under its lock, and left it as
+  // `written` says. False, and nothing changed, when the path no longer
+  // named the file open here: it must be opened anew.
+  bool adoptOwnWrite(const OwnWrite& written);
 
  private:
   MdxFile() = default;

@@ -84,6 +84,9 @@ MdxTags::MdxTags(DbfFile& file) : file_(file) {
 }
 
 MdxTags::~MdxTags() {
+  // A run's end left to placing_ is let finish; when it fails, the mark
+  // stays and the index's next reading writes it anew.
+  placing_.finish();
   lock_.reset();
   if (lockFd_ >= 0) ::close(lockFd_);
 }
@@ -253,6 +256,7 @@ std::vector<MdxTags::Keeper> MdxTags::keepers() const {
 }
 
 void MdxTags::beforeWrite() {
+  settle();
   if (!file_.hasProductionMdx() || bulk_) return;  // nothing to keep, or kept at a bulk load's end
   if (writeUnderWay_) return;  // a run's earlier write holds the lock and left the mark
   auto refuse = [&] {
@@ -298,6 +302,7 @@ void MdxTags::beforeWrite() {
 }
 
 void MdxTags::writeAbandoned() {
+  settle();
   if (!writeUnderWay_ || bulk_ || file_.inWriteBatch()) return;  // a run's or a bulk load's end lets go
   letGo();
 }
@@ -330,32 +335,63 @@ void MdxTags::letGo() {
 
 void MdxTags::writeOut() {
   placeWaitingAppends();
-  update_->flush();
-  update_->trimCache(kNodesKept);
-  rereadOwnWrite();
+  rereadOwnWrite(writeChanges());
 }
 
-void MdxTags::writeBatchEnded() {
+MdxFile::OwnWrite MdxTags::writeChanges() {
+  update_->flush();
+  update_->trimCache(kNodesKept);
+  return MdxFile::ownWrite(path_, update_->tags());
+}
+
+void MdxTags::writeBatchEnded(bool inBackground) {
+  settle();
   if (bulk_) return endBulkLoad();
   if (!writeUnderWay_) return;
+  if (inBackground) return endInBackground();
   changeOrLeaveMark([&] { endWrite(); });
+}
+
+// Runs that follow one another (an import, town after town) each take up
+// their next town while the last one's index blocks are written.
+void MdxTags::endInBackground() {
+  endingInBackground_ = true;
+  placing_.post([this] {
+    placePending();
+    ownWrite_ = writeChanges();
+    std::filesystem::remove(markFor(path_));
+  });
+  // The lock goes whether or not the run's placing failed (the mark then
+  // stays, and the index's next reading writes it anew): nobody waits for
+  // this process's next call to have it.
+  placing_.post([this] { lock_.reset(); }, true);
+}
+
+void MdxTags::settle() {
+  if (!endingInBackground_) return;
+  endingInBackground_ = false;
+  changeOrLeaveMark([&] { placing_.wait(); });
+  writeUnderWay_ = false;
+  rereadOwnWrite(ownWrite_);
 }
 
 // A tag read from the file within a run sees the run's writes so far: they
 // are written out first, the lock and the mark kept for the rest of the run.
 void MdxTags::writeOutForReading() {
+  settle();
   if (!writeUnderWay_ || !file_.inWriteBatch() || bulk_) return;
   changeOrLeaveMark([&] { writeOut(); });
 }
 
-void MdxTags::rereadOwnWrite() {
+void MdxTags::rereadOwnWrite(const MdxFile::OwnWrite& written) {
   // What changed is known: the roots and change counters the writer left.
-  if (!mdx_->adoptOwnWrite(update_->tags())) mdx_ = MdxFile::open(path_);
+  if (!mdx_->adoptOwnWrite(written)) mdx_ = MdxFile::open(path_);
   for (size_t i = 0; i < tags_.size() && i < mdx_->tags().size(); ++i)
     if (tags_[i]) tags_[i]->rebind(*mdx_, i);
 }
 
 void MdxTags::rowsAppended(uint32_t first, uint32_t last) {
+  settle();
   if (bulk_) return;  // the index is written whole at the end, and read again
   if (!writeUnderWay_) {  // no index kept, or rows written without asking first
     if (mdx_ || file_.hasProductionMdx()) read();
@@ -481,6 +517,7 @@ void MdxTags::placeWaitingAppends() {
 }
 
 void MdxTags::rowChanged(uint32_t recno, const char* oldRecord) {
+  settle();
   if (bulk_) return;
   if (!writeUnderWay_) {
     if (mdx_ || file_.hasProductionMdx()) read();
@@ -498,6 +535,7 @@ void MdxTags::rowChanged(uint32_t recno, const char* oldRecord) {
 }
 
 void MdxTags::writeBatchStarted(bool wholeAtEnd) {
+  settle();
   if (!wholeAtEnd) return;  // the first write takes the lock and leaves the mark
   beforeWrite();  // the lock, and the mark of a write under way
   if (!writeUnderWay_) return;  // no production index
@@ -518,6 +556,7 @@ void MdxTags::endBulkLoad() {
 }
 
 void MdxTags::rowsReloaded() {
+  settle();
   // Within a bulk load the lock and the mark stay: its end writes the index
   // from every row, another program's among them.
   if (bulk_) {
@@ -540,6 +579,7 @@ void MdxTags::rowsReloaded() {
 }
 
 bool MdxTags::checkDisk() {
+  settle();
   if (repairing_ || writeUnderWay_) return false;
   if (mdx_) {
     // Looked at through the open file, as every search does: an index put in

@@ -17,7 +17,10 @@
 //                 lock let go
 // Within a run of writes (WriteBatch) the lock and the mark stay from the
 // first write to the last, and the entries reach the file when the run ends
-// (writeBatchEnded), or before a tag is read from the file meanwhile.
+// (writeBatchEnded), or before a tag is read from the file meanwhile. A run
+// that ends in the background (WriteBatch::finishInBackground) has its last
+// entries placed and written, the mark removed and the lock let go on
+// placing_'s thread; every call that follows waits for that first (settle).
 // A process killed in between leaves the mark: the next opening that finds
 // it with nobody holding the index's lock writes the index anew from the
 // rows and says so in warnings().
@@ -39,13 +42,13 @@
 
 #include "dbase/core/dbase_locks.h"
 #include "dbase/core/key_expression.h"
+#include "dbase/core/mdx_file.h"
 #include "dbase/core/row_listener.h"
 #include "dbase/core/serial_worker.h"
 
 namespace dbase {
 
 class DbfFile;
-class MdxFile;
 class MdxTag;
 class MdxUpdate;
 struct MdxTagInfo;
@@ -83,7 +86,8 @@ class MdxTags : public RowListener {
   void beforeWrite() override;
   void writeAbandoned() override;
   void writeBatchStarted(bool wholeAtEnd) override;
-  void writeBatchEnded() override;
+  void writeBatchEnded(bool inBackground) override;
+  void settle() override;
   void rowsAppended(uint32_t first, uint32_t last) override;
   void rowChanged(uint32_t recno, const char* oldRecord) override;
   void rowsReloaded() override;
@@ -105,7 +109,7 @@ class MdxTags : public RowListener {
   // After this process's own write: the file's roots and counters taken as
   // written (read again only when it was replaced), the tags' loaded rows
   // kept (they were placed as written).
-  void rereadOwnWrite();
+  void rereadOwnWrite(const MdxFile::OwnWrite& written);
   // Each kept tag's entries (keys and record numbers) of some rows.
   struct TagEntries {
     std::string keys;
@@ -135,6 +139,11 @@ class MdxTags : public RowListener {
   void endWrite();
   // The changes made so far written, the file's state taken from them.
   void writeOut();
+  // The trees' changes written (every entry placed already): the file as
+  // left, taken under the lock.
+  MdxFile::OwnWrite writeChanges();
+  // The run's end left to placing_: see the note at the top.
+  void endInBackground();
   void writeOutForReading();
   void letGo();
   void abandonCutWrite();
@@ -183,6 +192,10 @@ class MdxTags : public RowListener {
   uint32_t pendingRows_ = 0;
   bool placingBusy_ = false;  // a job of placing_ takes what comes to pending_
   std::chrono::steady_clock::time_point lastStarted_;  // handOver's last start of placing_
+  // A run's end left to placing_ (endInBackground) until settle() takes
+  // up the file as the worker left it, in ownWrite_.
+  bool endingInBackground_ = false;
+  MdxFile::OwnWrite ownWrite_;
   mutable SerialWorker placing_;
   void forgetWriter();
   bool repairing_ = false;

@@ -31,8 +31,13 @@ class RowListener {
   // the run.
   virtual void writeBatchStarted(bool wholeAtEnd) { (void)wholeAtEnd; }
   // The last write of a run is done: what the listener kept back from the
-  // run's writes is written now. Throws when it cannot be.
-  virtual void writeBatchEnded() {}
+  // run's writes is written now. Throws when it cannot be. With
+  // `inBackground` the listener may write it on another thread while the
+  // caller goes on, and waits for it at its next call (settle()).
+  virtual void writeBatchEnded(bool inBackground) { (void)inBackground; }
+  // What a run's end left to write in the background is written: waits for
+  // it, and throws what writing it threw.
+  virtual void settle() {}
   // Another program changed the file: every row is to be read anew from it.
   virtual void rowsReloaded() = 0;
   // Before the file looks at the disk for other programs' changes: the
