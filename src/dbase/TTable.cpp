@@ -119,6 +119,8 @@ std::unique_ptr<dbase::WriteBatch> TTable::BeginWriteBatch() {
   return std::make_unique<dbase::WriteBatch>(file());
 }
 
+void TTable::FlushBuffers() { file().settleWrites(); }
+
 dbase::DbfFile& TTable::file() const {
   requireActive();
   return cursor_->file();

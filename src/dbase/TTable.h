@@ -150,6 +150,10 @@ class TTable : public QObject {
   // A run of posts other programs see whole, the table's index file written
   // once at its end (dbase::WriteBatch): the run lasts as long as the object.
   std::unique_ptr<dbase::WriteBatch> BeginWriteBatch();
+  // What runs ended in the background (WriteBatch::finishInBackground) left
+  // to write reaches the disk before this returns; throws dbase::Error when
+  // it cannot (the index is then written anew from the rows).
+  void FlushBuffers();
 
   // For TDataSource: the values of these fields at a row of the view,
   // calculated fields included, without moving the cursor.

@@ -243,7 +243,8 @@ class Guardado {
   // Each grid row that holds a street, the progress told: a row that fails
   // is cancelled and the loop goes on with the next.
   // The rows go to the street table as one run of writes: its index file
-  // reaches the disk once, at the end, instead of after every street.
+  // reaches the disk once, at the end, instead of after every street. In a
+  // province run the next town is read while that end is written.
   void PorCadaVia(EsperaDelDialogo& espera, const std::function<void(int fila)>& guarda) {
     std::unique_ptr<dbase::WriteBatch> lote;
     try {
@@ -262,7 +263,10 @@ class Guardado {
       }
     }
     try {
-      if (lote) lote->finish();
+      if (lote && f_.bPorProvincias)
+        lote->finishInBackground();
+      else if (lote)
+        lote->finish();
     } catch (const std::exception& e) {
       // The streets are in the table; its index is written anew at its next opening.
       qCWarning(lcOvc).noquote() << e.what();

@@ -249,4 +249,13 @@ void TFImportarVias::GuardaFicherosDeProvincia(const QStringList& plFicheros) {
       }
     }
   }
+  // The last town's run ended in the background: the run is over once its
+  // index is on disk.
+  TTable* postal = oCodPostales->oDataModule->TPostal;
+  try {
+    if (postal->Active()) postal->FlushBuffers();
+  } catch (const std::exception& e) {
+    // The streets are in the table; its index is written anew at its next opening.
+    qCWarning(lcOvc).noquote() << e.what();
+  }
 }

@@ -15,10 +15,15 @@
 #include <QTest>
 #include <QTimer>
 #include <gtest/gtest.h>
+#include <filesystem>
 #include <memory>
 #include <set>
 
+#include "dbase/ReferenceTags.h"
 #include "dbase/TTable.h"
+#include "dbase/core/dbf_file.h"
+#include "dbase/core/mdx_build.h"
+#include "dbase/core/mdx_tags.h"
 #include "import/ImportarVias.h"
 #include "lookup/ClaseCodPostales.h"
 #include "lookup/CodPostalesDM.h"
@@ -26,6 +31,7 @@
 #include "platform/TStringGrid.h"
 #include "services/Ruttb.h"
 #include "servicio_comun.h"
+#include "support/recorrido_mdx.h"
 #include "support/referencia.h"
 
 using testsupport::EntornoTemporal;
@@ -578,6 +584,29 @@ TEST_F(GuardadoPorProvincia, SecondRunAddsNothing) {
   ASSERT_EQ(primera.size(), 3u);
   dialogo->MIGuardarPorProvinciaClick();
   EXPECT_EQ(Importadas(), primera);
+}
+
+// Each town's run ends while the next town is read; the run over the
+// province is over once the last one's index is on disk: nothing of the
+// table is used again here before the file is walked.
+TEST_F(GuardadoPorProvincia, StreetTableIndexIsWholeOnDiskWhenTheRunReturns) {
+  const std::string postal = alias.path() + "/POSTAL.DBF";
+  {
+    auto tabla = dbase::DbfFile::open(postal);
+    dbase::rebuildProductionIndex(*tabla, DefinicionesDeIndiceDeReferencia(QStringLiteral("POSTAL.DBF"), *tabla));
+  }
+  Guarda("MADRID", "LA ROSA.xml", {"MAYOR", "SOL", "ALCALA", "PRADO"});
+  Guarda("MADRID", "VILA()VILLA.xml", {"PLAZA", "ATOCHA", "BAILEN"});
+  Modo3("MADRID");
+  dialogo->advGBGuardarPorProvinciaClick();
+  const std::string indice = dbase::MdxTags::pathFor(postal);
+  EXPECT_FALSE(std::filesystem::exists(dbase::MdxTags::markFor(indice)));
+  const uint32_t filas = uint32_t(previas) + 7;
+  const auto recorridos = testsupport::recorridosDelMotor(indice);
+  ASSERT_EQ(recorridos.size(), 4u);
+  for (const auto& [etiqueta, recorrido] : recorridos)
+    EXPECT_EQ(testsupport::faltaOSobra(recorrido, filas), "") << "índice " << etiqueta;
+  EXPECT_EQ(Importadas().size(), 7u);
 }
 
 // A real province end to end: its municipalities fetched from the simulator
