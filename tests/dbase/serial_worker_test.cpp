@@ -113,6 +113,35 @@ TEST(SerialWorker, DiscardingDropsWhatWaitsAndForgetsAFailure) {
   EXPECT_NO_THROW(worker.wait());
 }
 
+// Runs that follow one another keep the thread: none is started or joined
+// between them; a failure reaches the waiter all the same, and the next
+// wait() ends the thread.
+TEST(SerialWorker, WaitingUntilIdleKeepsTheThreadForTheJobsThatFollow) {
+  const size_t before = threadsOfThisProcess();
+  SerialWorker worker;
+  std::vector<int> done;
+  std::thread::id first;
+  worker.post([&] { first = std::this_thread::get_id(); });
+  worker.waitUntilIdle();
+  EXPECT_EQ(threadsOfThisProcess(), before + 1);
+  bool sameThread = true;
+  for (int i = 0; i < 50; ++i) {
+    worker.post([&, i] {
+      sameThread = sameThread && std::this_thread::get_id() == first;
+      done.push_back(i);
+    });
+    worker.waitUntilIdle();
+    ASSERT_EQ(done.size(), size_t(i) + 1);
+  }
+  EXPECT_TRUE(sameThread);
+  worker.post([] { throw std::runtime_error("sin sitio"); });
+  worker.post([&] { done.push_back(-1); });  // dropped after the failure
+  EXPECT_THROW(worker.waitUntilIdle(), std::runtime_error);
+  EXPECT_EQ(done.size(), 50u);
+  worker.wait();
+  EXPECT_EQ(threadsOfThisProcess(), before);
+}
+
 TEST(SerialWorker, HoldsAThreadOnlyWhileItHasJobs) {
   const size_t before = threadsOfThisProcess();
   {

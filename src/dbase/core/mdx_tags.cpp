@@ -256,7 +256,7 @@ std::vector<MdxTags::Keeper> MdxTags::keepers() const {
 }
 
 void MdxTags::beforeWrite() {
-  settle();
+  awaitBackgroundEnd();
   if (!file_.hasProductionMdx() || bulk_) return;  // nothing to keep, or kept at a bulk load's end
   if (writeUnderWay_) return;  // a run's earlier write holds the lock and left the mark
   auto refuse = [&] {
@@ -302,7 +302,7 @@ void MdxTags::beforeWrite() {
 }
 
 void MdxTags::writeAbandoned() {
-  settle();
+  awaitBackgroundEnd();
   if (!writeUnderWay_ || bulk_ || file_.inWriteBatch()) return;  // a run's or a bulk load's end lets go
   letGo();
 }
@@ -345,7 +345,7 @@ MdxFile::OwnWrite MdxTags::writeChanges() {
 }
 
 void MdxTags::writeBatchEnded(bool inBackground) {
-  settle();
+  awaitBackgroundEnd();
   if (bulk_) return endBulkLoad();
   if (!writeUnderWay_) return;
   if (inBackground) return endInBackground();
@@ -367,18 +367,24 @@ void MdxTags::endInBackground() {
   placing_.post([this] { lock_.reset(); }, true);
 }
 
-void MdxTags::settle() {
+// The worker is kept: the next run, if one follows, needs no thread started.
+void MdxTags::awaitBackgroundEnd() {
   if (!endingInBackground_) return;
   endingInBackground_ = false;
-  changeOrLeaveMark([&] { placing_.wait(); });
+  changeOrLeaveMark([&] { placing_.waitUntilIdle(); });
   writeUnderWay_ = false;
   rereadOwnWrite(ownWrite_);
+}
+
+void MdxTags::settle() {
+  awaitBackgroundEnd();
+  placing_.finish();  // no run follows: the thread goes
 }
 
 // A tag read from the file within a run sees the run's writes so far: they
 // are written out first, the lock and the mark kept for the rest of the run.
 void MdxTags::writeOutForReading() {
-  settle();
+  awaitBackgroundEnd();
   if (!writeUnderWay_ || !file_.inWriteBatch() || bulk_) return;
   changeOrLeaveMark([&] { writeOut(); });
 }
@@ -391,7 +397,7 @@ void MdxTags::rereadOwnWrite(const MdxFile::OwnWrite& written) {
 }
 
 void MdxTags::rowsAppended(uint32_t first, uint32_t last) {
-  settle();
+  awaitBackgroundEnd();
   if (bulk_) return;  // the index is written whole at the end, and read again
   if (!writeUnderWay_) {  // no index kept, or rows written without asking first
     if (mdx_ || file_.hasProductionMdx()) read();
@@ -517,7 +523,7 @@ void MdxTags::placeWaitingAppends() {
 }
 
 void MdxTags::rowChanged(uint32_t recno, const char* oldRecord) {
-  settle();
+  awaitBackgroundEnd();
   if (bulk_) return;
   if (!writeUnderWay_) {
     if (mdx_ || file_.hasProductionMdx()) read();
@@ -535,7 +541,7 @@ void MdxTags::rowChanged(uint32_t recno, const char* oldRecord) {
 }
 
 void MdxTags::writeBatchStarted(bool wholeAtEnd) {
-  settle();
+  awaitBackgroundEnd();
   if (!wholeAtEnd) return;  // the first write takes the lock and leaves the mark
   beforeWrite();  // the lock, and the mark of a write under way
   if (!writeUnderWay_) return;  // no production index
@@ -556,7 +562,7 @@ void MdxTags::endBulkLoad() {
 }
 
 void MdxTags::rowsReloaded() {
-  settle();
+  awaitBackgroundEnd();
   // Within a bulk load the lock and the mark stay: its end writes the index
   // from every row, another program's among them.
   if (bulk_) {
@@ -579,7 +585,7 @@ void MdxTags::rowsReloaded() {
 }
 
 bool MdxTags::checkDisk() {
-  settle();
+  awaitBackgroundEnd();
   if (repairing_ || writeUnderWay_) return false;
   if (mdx_) {
     // Looked at through the open file, as every search does: an index put in

@@ -20,7 +20,7 @@
 // (writeBatchEnded), or before a tag is read from the file meanwhile. A run
 // that ends in the background (WriteBatch::finishInBackground) has its last
 // entries placed and written, the mark removed and the lock let go on
-// placing_'s thread; every call that follows waits for that first (settle).
+// placing_'s thread; every call that follows waits for that first.
 // A process killed in between leaves the mark: the next opening that finds
 // it with nobody holding the index's lock writes the index anew from the
 // rows and says so in warnings().
@@ -144,6 +144,8 @@ class MdxTags : public RowListener {
   MdxFile::OwnWrite writeChanges();
   // The run's end left to placing_: see the note at the top.
   void endInBackground();
+  // Waits for it and takes up the file as it left it.
+  void awaitBackgroundEnd();
   void writeOutForReading();
   void letGo();
   void abandonCutWrite();
@@ -192,7 +194,7 @@ class MdxTags : public RowListener {
   uint32_t pendingRows_ = 0;
   bool placingBusy_ = false;  // a job of placing_ takes what comes to pending_
   std::chrono::steady_clock::time_point lastStarted_;  // handOver's last start of placing_
-  // A run's end left to placing_ (endInBackground) until settle() takes
+  // A run's end left to placing_ (endInBackground) until awaitBackgroundEnd() takes
   // up the file as the worker left it, in ownWrite_.
   bool endingInBackground_ = false;
   MdxFile::OwnWrite ownWrite_;

@@ -34,11 +34,13 @@ void SerialWorker::post(std::function<void()> job, bool evenAfterAFailure) {
 void SerialWorker::run() {
   std::unique_lock<std::mutex> lock(mutex_);
   for (;;) {
+    if (jobs_.empty()) idle_.notify_all();  // dropped jobs too leave it idle
     posted_.wait(lock, [&] { return !jobs_.empty() || closing_; });
     if (jobs_.empty()) return;
     Job job = std::move(jobs_.front());
     jobs_.pop_front();
     if (failure_ && !job.evenAfterAFailure) continue;  // what follows a failed job is dropped
+    running_ = true;
     lock.unlock();
     std::exception_ptr thrown;
     try {
@@ -48,6 +50,7 @@ void SerialWorker::run() {
     }
     job.run = nullptr;  // what it held goes before the poster hears it is done
     lock.lock();
+    running_ = false;
     if (thrown && !failure_) failure_ = thrown;
   }
 }
@@ -61,6 +64,12 @@ void SerialWorker::finish() noexcept {
   posted_.notify_one();
   thread_.join();
   closing_ = false;
+}
+
+void SerialWorker::waitUntilIdle() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  idle_.wait(lock, [&] { return jobs_.empty() && !running_; });
+  if (failure_) std::rethrow_exception(std::exchange(failure_, nullptr));
 }
 
 void SerialWorker::wait() {

@@ -5,8 +5,9 @@
 //
 // The thread lives from the first job posted to the wait that finds them all
 // done, so a worker with nothing to do holds no thread (and a process that
-// forks between runs leaves none behind in the child). When no thread can be
-// had, post() runs the job itself.
+// forks between runs leaves none behind in the child); waitUntilIdle() keeps
+// it for the jobs to come, when more are sure to follow soon. When no thread
+// can be had, post() runs the job itself.
 #pragma once
 
 #include <condition_variable>
@@ -32,7 +33,10 @@ class SerialWorker {
   // Until every job posted has run. Rethrows what a job threw; the jobs
   // posted after it were dropped, but for those posted to run even so.
   void wait();
-  // The same, keeping what a job threw for the next wait().
+  // The same, the thread kept waiting for more jobs (no thread to start for
+  // them, none to join now): until the next wait(), finish() or discard().
+  void waitUntilIdle();
+  // As wait(), keeping what a job threw for the next wait().
   void finish() noexcept;
   // Drops the jobs not yet started, waits for the one under way, and
   // forgets what a job threw.
@@ -43,12 +47,14 @@ class SerialWorker {
 
   std::mutex mutex_;
   std::condition_variable posted_;
+  std::condition_variable idle_;  // no job left and none under way
   struct Job {
     std::function<void()> run;
     bool evenAfterAFailure = false;
   };
   std::deque<Job> jobs_;
   std::exception_ptr failure_;
+  bool running_ = false;  // a job is under way
   bool closing_ = false;  // the thread ends once no job is left
   std::thread thread_;
 };
