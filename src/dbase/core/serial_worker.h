@@ -6,8 +6,9 @@
 // The thread lives from the first job posted to the wait that finds them all
 // done, so a worker with nothing to do holds no thread (and a process that
 // forks between runs leaves none behind in the child); waitUntilIdle() keeps
-// it for the jobs to come, when more are sure to follow soon. When no thread
-// can be had, post() runs the job itself.
+// it for the jobs to come, when more are sure to follow soon (a child forked
+// meanwhile must not use the worker). When no thread can be had, post() runs
+// the job itself.
 #pragma once
 
 #include <condition_variable>
