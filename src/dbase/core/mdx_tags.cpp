@@ -505,9 +505,15 @@ void MdxTags::placePending() {
       pendingRows_ = 0;
     }
     placeEntries(*update_, part);
-    // The blocks go out now too, so that the run's end has only the last
-    // part's to write: the run holds the lock and the mark meanwhile.
-    update_->writeChangedNodes();
+    // The blocks go out once the placing has caught up with the run, so that
+    // its end has only the last part's to write (the run holds the lock and
+    // the mark meanwhile); while more rows wait, they would change them again.
+    bool caughtUp = false;
+    {
+      std::lock_guard<std::mutex> guard(pendingMutex_);
+      caughtUp = pendingRows_ == 0;
+    }
+    if (caughtUp) update_->writeChangedNodes();
     for (TagEntries& e : part) {
       e.keys.clear();
       e.recnos.clear();
