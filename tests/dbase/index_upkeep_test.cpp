@@ -27,6 +27,7 @@
 #include "dbase/core/mdx_tags.h"
 #include "support/cache_limit.h"
 #include "support/index_lock.h"
+#include "support/recorrido_mdx.h"
 #include "support/tables.h"
 #include "support/temp_dir.h"
 
@@ -36,29 +37,6 @@ using namespace testsupport;
 namespace {
 
 namespace fs = std::filesystem;
-
-using Entries = std::vector<std::pair<std::string, uint32_t>>;
-
-// Every tag's entries as the index file holds them, by tag name.
-std::map<std::string, Entries> walkAll(const std::string& mdxPath) {
-  std::map<std::string, Entries> out;
-  auto mdx = MdxFile::open(mdxPath);
-  for (size_t t = 0; t < mdx->tags().size(); ++t) {
-    Entries& e = out[mdx->tags()[t].name];
-    mdx->walk(t, [&](std::string_view key, uint32_t recno) { e.emplace_back(std::string(key), recno); });
-  }
-  return out;
-}
-
-// Whether a writer holds the index file's lock, asked as another program
-// would ask (through a description of the file of its own).
-bool indexLockHeld(const std::string& mdxPath) {
-  const int fd = ::open(mdxPath.c_str(), O_RDONLY);
-  struct flock probe = indexLockByte();
-  const bool held = fd >= 0 && fcntl(fd, F_OFD_GETLK, &probe) == 0 && probe.l_type != F_UNLCK;
-  if (fd >= 0) ::close(fd);
-  return held;
-}
 
 // What the index would hold if written whole from the table's rows now: a
 // copy of the table reindexed in another folder.

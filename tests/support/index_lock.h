@@ -3,6 +3,9 @@
 #pragma once
 
 #include <fcntl.h>
+#include <unistd.h>
+
+#include <string>
 
 #include "dbase/core/dbase_locks.h"
 
@@ -15,6 +18,16 @@ inline struct flock indexLockByte(short type = F_WRLCK) {
   lock.l_start = off_t(dbase::kIndexLockOffset);
   lock.l_len = 1;
   return lock;
+}
+
+// Whether a writer holds the index file's lock, asked as another program
+// would ask (through a description of the file of its own).
+inline bool indexLockHeld(const std::string& mdxPath) {
+  const int fd = ::open(mdxPath.c_str(), O_RDONLY);
+  struct flock probe = indexLockByte();
+  const bool held = fd >= 0 && fcntl(fd, F_OFD_GETLK, &probe) == 0 && probe.l_type != F_UNLCK;
+  if (fd >= 0) ::close(fd);
+  return held;
 }
 
 }  // namespace testsupport

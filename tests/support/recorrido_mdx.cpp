@@ -81,6 +81,16 @@ std::map<std::string, Recorrido> recorridosConPerl(const std::string& mdx, std::
   return out;
 }
 
+std::map<std::string, Entries> walkAll(const std::string& mdx) {
+  std::map<std::string, Entries> out;
+  auto file = dbase::MdxFile::open(mdx);
+  for (size_t t = 0; t < file->tags().size(); ++t) {
+    Entries& e = out[file->tags()[t].name];
+    file->walk(t, [&](std::string_view key, uint32_t recno) { e.emplace_back(std::string(key), recno); });
+  }
+  return out;
+}
+
 std::vector<uint32_t> registrosDe(const Recorrido& recorrido) {
   std::vector<uint32_t> out;
   out.reserve(recorrido.size());

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace testsupport {
@@ -22,6 +23,11 @@ std::map<std::string, Recorrido> recorridosDelMotor(const std::string& mdx);
 // or XBase::Index missing, the file refused) `error` says why and the answer
 // is empty.
 std::map<std::string, Recorrido> recorridosConPerl(const std::string& mdx, std::string& error);
+
+// Every tag's entries as the engine walks them (the stored key's bytes, the
+// record number), by tag name.
+using Entries = std::vector<std::pair<std::string, uint32_t>>;
+std::map<std::string, Entries> walkAll(const std::string& mdx);
 
 // The record numbers of a walk.
 std::vector<uint32_t> registrosDe(const Recorrido& recorrido);
