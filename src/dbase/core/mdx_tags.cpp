@@ -355,12 +355,15 @@ void MdxTags::writeBatchEnded(bool inBackground) {
 // Runs that follow one another (an import, town after town) each take up
 // their next town while the last one's index blocks are written.
 void MdxTags::endInBackground() {
-  endingInBackground_ = true;
-  placing_.post([this] {
-    placePending();
-    ownWrite_ = writeChanges();
-    std::filesystem::remove(markFor(path_));
+  // Where no thread can be had the end runs here, and fails as any end does.
+  changeOrLeaveMark([&] {
+    placing_.post([this] {
+      placePending();
+      ownWrite_ = writeChanges();
+      std::filesystem::remove(markFor(path_));
+    });
   });
+  endingInBackground_ = true;
   // The lock goes whether or not the run's placing failed (the mark then
   // stays, and the index's next reading writes it anew): nobody waits for
   // this process's next call to have it.
