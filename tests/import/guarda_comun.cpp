@@ -1,5 +1,7 @@
 #include "import/guarda_comun.h"
 
+#include <sys/stat.h>
+
 #include <QApplication>
 #include <QComboBox>
 #include <QJsonArray>
@@ -36,6 +38,18 @@ void anadeFilas(const std::string& ruta, const std::vector<Row>& filas) {
     registros += registro;
   }
   tabla->appendMany(registros);
+}
+
+FilasPorTamano::FilasPorTamano(std::string ruta) : ruta_(std::move(ruta)) {
+  const std::string cabecera = testsupport::readFile(ruta_).substr(0, 12);
+  cabecera_ = uint8_t(cabecera[8]) | uint8_t(cabecera[9]) << 8;
+  registro_ = uint8_t(cabecera[10]) | uint8_t(cabecera[11]) << 8;
+}
+
+int FilasPorTamano::operator()() const {
+  struct stat st {};
+  const uint64_t tamano = stat(ruta_.c_str(), &st) == 0 ? uint64_t(st.st_size) : 0;
+  return tamano > cabecera_ ? int((tamano - cabecera_) / registro_) : 0;
 }
 
 std::vector<Fila> leeTabla(const std::string& ruta) {

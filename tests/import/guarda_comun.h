@@ -42,6 +42,19 @@ std::vector<Fila> leeTabla(const std::string& ruta);
 // text in `error` when the reader could not be run.
 std::vector<Fila> leeConDbfread(const std::string& ruta, std::string& error);
 
+// The rows a table file's length holds whole, by the lengths its header
+// gave when this was made: what the next opening will see of a table
+// another process is appending to.
+class FilasPorTamano {
+ public:
+  explicit FilasPorTamano(std::string ruta);
+  int operator()() const;
+
+ private:
+  std::string ruta_;
+  uint64_t cabecera_ = 0, registro_ = 0;
+};
+
 // The codpostales command of this build.
 std::string rutaCodpostales();
 

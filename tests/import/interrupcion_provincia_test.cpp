@@ -11,21 +11,19 @@
 // CODPOSTALES_SEMILLA=N repeats a run; the seed is printed either way.
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/stat.h>
 
 #include <QDir>
-#include <QElapsedTimer>
 #include <QProcess>
 #include <QThread>
 #include <chrono>
 #include <cstdio>
+#include <optional>
 #include <random>
 #include <set>
 
 #include "dbase/ReferenceTags.h"
 #include "dbase/core/dbf_file.h"
 #include "dbase/core/mdx_build.h"
-#include "dbase/core/mdx_tags.h"
 #include "import/guarda_comun.h"
 #include "support/cache_limit.h"
 #include "support/recorrido_mdx.h"
@@ -50,11 +48,6 @@ QList<std::pair<QString, QString>> callesDe(int i) {
   return calles;
 }
 
-uint64_t tamano(const std::string& ruta) {
-  struct stat st {};
-  return stat(ruta.c_str(), &st) == 0 ? uint64_t(st.st_size) : 0;
-}
-
 class InterrupcionProvinciaTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -74,19 +67,13 @@ class InterrupcionProvinciaTest : public ::testing::Test {
     auto tabla = dbase::DbfFile::open(rutaCalles());
     previas = int(tabla->recordCount());
     dbase::rebuildProductionIndex(*tabla, DefinicionesDeIndiceDeReferencia(QStringLiteral("POSTAL.DBF"), *tabla));
-    const std::string cabecera = testsupport::readFile(rutaCalles()).substr(0, 12);
-    longitudCabecera = uint8_t(cabecera[8]) | uint8_t(cabecera[9]) << 8;
-    longitudRegistro = uint8_t(cabecera[10]) | uint8_t(cabecera[11]) << 8;
+    filasEscritas.emplace(rutaCalles());
   }
 
   std::string rutaCalles() const { return dir.file("POSTAL.DBF"); }
   std::string rutaIndice() const { return dir.file("POSTAL.MDX"); }
   QStringList argumentos() const {
     return {"importar-guardadas", "--alias", QString::fromStdString(dir.path()), "--provincia", "MADRID"};
-  }
-  int filasPorTamano() const {
-    const uint64_t t = tamano(rutaCalles());
-    return t > longitudCabecera ? int((t - longitudCabecera) / longitudRegistro) : 0;
   }
 
   // What the killed run left: the table opens (the index written anew if a
@@ -119,7 +106,7 @@ class InterrupcionProvinciaTest : public ::testing::Test {
   // run left, not what this process saw before.
   testsupport::CacheLimit sinCache;
   int previas = 0;
-  uint64_t longitudCabecera = 0, longitudRegistro = 0;
+  std::optional<FilasPorTamano> filasEscritas;  // once the table is there
   int reparaciones = 0;
 };
 
@@ -144,7 +131,7 @@ TEST_F(InterrupcionProvinciaTest, KilledProvinceRunLeavesEveryTagHoldingEveryRow
     QProcess proceso;
     proceso.start(QString::fromStdString(rutaCodpostales()), argumentos());
     ASSERT_TRUE(proceso.waitForStarted(10000)) << "codpostales no arranca";
-    while (proceso.state() == QProcess::Running && filasPorTamano() < objetivo) QThread::usleep(50);
+    while (proceso.state() == QProcess::Running && (*filasEscritas)() < objetivo) QThread::usleep(50);
     const auto hasta = std::chrono::steady_clock::now() + std::chrono::microseconds(retrasoUs);
     while (std::chrono::steady_clock::now() < hasta) {
     }

@@ -11,7 +11,6 @@
 // CODPOSTALES_SEMILLA=N repeats a run; the seed is printed either way.
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/stat.h>
 
 #include <QElapsedTimer>
 #include <QProcess>
@@ -21,6 +20,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <optional>
 #include <random>
 #include <set>
 
@@ -58,17 +58,6 @@ QList<std::pair<QString, QString>> callesDeLaRespuesta() {
   return calles;
 }
 
-uint64_t tamano(const std::string& ruta) {
-  struct stat st {};
-  return stat(ruta.c_str(), &st) == 0 ? uint64_t(st.st_size) : 0;
-}
-
-// Rows the file's length holds whole (what the next run will see).
-int filasPorTamano(const std::string& ruta, uint64_t cabecera, uint64_t registro) {
-  const uint64_t t = tamano(ruta);
-  return t > cabecera ? int((t - cabecera) / registro) : 0;
-}
-
 class InterrupcionTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -78,9 +67,7 @@ class InterrupcionTest : public ::testing::Test {
     testsupport::makeTable(dir.path(), "POSTAL.DBF", testsupport::camposCalle(), kPrevias);
     calles = callesDeLaRespuesta();
     testsupport::writeFile(dir.file("vias.xml"), respuestaDeVias(calles).toStdString());
-    const std::string cabecera = testsupport::readFile(rutaCalles()).substr(0, 12);
-    longitudCabecera = uint8_t(cabecera[8]) | uint8_t(cabecera[9]) << 8;
-    longitudRegistro = uint8_t(cabecera[10]) | uint8_t(cabecera[11]) << 8;
+    filasEscritas.emplace(rutaCalles());
   }
 
   std::string rutaCalles() const { return dir.file("POSTAL.DBF"); }
@@ -177,9 +164,7 @@ class InterrupcionTest : public ::testing::Test {
         ADD_FAILURE() << "codpostales no arranca";
         return presentes;
       }
-      while (proceso.state() == QProcess::Running &&
-             filasPorTamano(rutaCalles(), longitudCabecera, longitudRegistro) < filasObjetivo)
-        QThread::usleep(50);
+      while (proceso.state() == QProcess::Running && (*filasEscritas)() < filasObjetivo) QThread::usleep(50);
       const auto hasta = std::chrono::steady_clock::now() + std::chrono::microseconds(retrasoUs);
       while (std::chrono::steady_clock::now() < hasta) {
       }
@@ -222,7 +207,7 @@ class InterrupcionTest : public ::testing::Test {
 
   testsupport::TempDir dir;
   QList<std::pair<QString, QString>> calles;
-  uint64_t longitudCabecera = 0, longitudRegistro = 0;
+  std::optional<FilasPorTamano> filasEscritas;  // once the table is there
   int ultimoDbfread = 0;
   int muertes = 0;
 };

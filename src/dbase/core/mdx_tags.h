@@ -51,7 +51,6 @@ namespace dbase {
 class DbfFile;
 class MdxTag;
 class MdxUpdate;
-struct MdxTagInfo;
 
 class MdxTags : public RowListener {
  public:
